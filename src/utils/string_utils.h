@@ -1,0 +1,16 @@
+// Bounded string copy for fixed-size fields (wire payloads, path fields).
+// Pure functions, thread-safe.
+#pragma once
+
+#include <cstddef>
+
+namespace vorlane {
+namespace utils {
+
+// Copies at most size-1 characters of src into dst and fills the rest of the size bytes with zeros,
+// so dst is always terminated and a fixed field never carries stale bytes onto the wire. A null src
+// gives an all-zero field; size 0 writes nothing. Returns dst.
+char* strncpys(char* dst, const char* src, size_t size);
+
+}  // namespace utils
+}  // namespace vorlane
