@@ -1,0 +1,49 @@
+// The aggregate statistic of one run: the ordered collections of the report, the feeding calls
+// that turn the store walk's facts (domain, folder, message) into counter samples, and the writer
+// of the whole XML report text. No I/O besides the stream given to report().
+// Not thread-safe: fed and reported by the single counter thread of a run.
+#pragma once
+
+#include <ostream>
+#include <string>
+#include <vector>
+
+#include <boost/noncopyable.hpp>
+#include <boost/shared_ptr.hpp>
+
+#include "stat/collection.h"
+#include "stat/vstat_messages.h"
+
+class Statistic : private boost::noncopyable {
+ public:
+  typedef boost::shared_ptr<Collection> CollectionPtr;
+
+  // Appends without a duplicate check; the report lists collections in this order.
+  void addMessageCollection(const CollectionPtr& collection);
+  const std::vector<CollectionPtr>& getMessageCollections() const { return messageCollections; }
+  // Drops every collection (released with their last shared pointer).
+  void purge();
+
+  // One domain was found: counted by every collection that has "Domain count", without a rule test.
+  void addDomainInfo();
+  // One folder was found. Ignored without a user, and without a folder name except at the public root.
+  void addFolderInfo(const std::string& domain, const std::string& user, const std::string& folder,
+                     Collection::FolderType type, unsigned long long folderSize, unsigned long long messageCount);
+  // One message was parsed; sizes in bytes, a body of size 0 does not exist.
+  void addMessageInfo(const std::string& domain, const std::string& user, const std::string& folder,
+                      Collection::FolderType type, const std::string& messageClass, unsigned long long size,
+                      unsigned long long headerSize, unsigned long long plainTextSize, unsigned long long htmlSize,
+                      unsigned long long rtfSize, bool isSigned, bool isEncrypted);
+  // Bracket the walk of one user's folders (the public tree counts as one user). Only the public
+  // type is tested, so a user without a matching folder still adds a sample of 0.
+  void resetUserCounters(const std::string& domain, const std::string& user);
+  void mergeUserCounters(const std::string& domain, const std::string& user);
+
+  // Writes the whole report file text. Of the request only the product version, build,
+  // operating-system name and code appear; names are written unescaped.
+  void report(std::ostream& out, vorlane::vstat::ProcessStoreReqBuffT request) const;
+
+ private:
+  std::vector<CollectionPtr> messageCollections;
+  std::vector<CollectionPtr> spareCollections;  // nothing fills it; purge() clears it with the rest
+};
