@@ -1,0 +1,271 @@
+#include "mime/mail_addr.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <string>
+#include <vector>
+
+namespace vorlane {
+namespace mime {
+
+namespace {
+
+const size_t kMaxAddresses = 1000;
+const size_t kMaxField = 1023;
+
+enum TokenKind { kEnd, kWord, kSpecial };
+
+// A word is an atom, the contents of a quoted string or a domain literal with its brackets.
+struct Token {
+  TokenKind kind = kEnd;
+  char special = 0;
+  std::string text;
+};
+
+bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
+
+bool isAtomChar(unsigned char c) {
+  if (c >= 128) return true;  // raw 8-bit display names are common enough to keep
+  if (c <= 32 || c == 127) return false;
+  return std::strchr("()<>@,;:\".[]", c) == nullptr;
+}
+
+void appendBounded(std::string& s, char c) {
+  if (s.size() < kMaxField) s += c;
+}
+
+// Splits a header value into words and specials. White space and comments separate tokens; the text of
+// the last comment is kept because "user@host (Name)" carries the display name there.
+class AddrLexer {
+ public:
+  explicit AddrLexer(const char* text) : p_(text) {}
+
+  void next(Token& t) {
+    t.text.clear();
+    t.special = 0;
+    for (;;) {
+      while (isSpace(*p_)) ++p_;
+      if (*p_ != '(') break;
+      readComment();
+    }
+    const unsigned char c = static_cast<unsigned char>(*p_);
+    if (c == 0) {
+      t.kind = kEnd;
+    } else if (c == '"') {
+      t.kind = kWord;
+      readQuoted(t.text);
+    } else if (c == '[') {
+      t.kind = kWord;
+      readDomainLiteral(t.text);
+    } else if (isAtomChar(c)) {
+      t.kind = kWord;
+      while (isAtomChar(static_cast<unsigned char>(*p_))) appendBounded(t.text, *p_++);
+    } else {
+      t.kind = kSpecial;
+      t.special = *p_++;
+    }
+  }
+
+  const std::string& comment() const { return comment_; }
+  void clearComment() { comment_.clear(); }
+
+ private:
+  void readComment() {
+    comment_.clear();
+    int depth = 0;
+    do {
+      const char c = *p_;
+      if (c == 0) break;
+      ++p_;
+      if (c == '\\' && *p_ != 0) {
+        appendBounded(comment_, *p_++);
+        continue;
+      }
+      if (c == '(' && depth++ == 0) continue;
+      if (c == ')' && --depth == 0) continue;
+      appendBounded(comment_, c);
+    } while (depth > 0);
+    trim(comment_);
+  }
+
+  void readQuoted(std::string& out) {
+    ++p_;
+    while (*p_ != 0 && *p_ != '"') {
+      if (*p_ == '\\' && p_[1] != 0) ++p_;
+      appendBounded(out, *p_++);
+    }
+    if (*p_ == '"') ++p_;
+  }
+
+  void readDomainLiteral(std::string& out) {
+    while (*p_ != 0) {
+      const char c = *p_++;
+      appendBounded(out, c);
+      if (c == ']') break;
+    }
+  }
+
+  static void trim(std::string& s) {
+    size_t b = 0;
+    while (b < s.size() && isSpace(s[b])) ++b;
+    size_t e = s.size();
+    while (e > b && isSpace(s[e - 1])) --e;
+    s = s.substr(b, e - b);
+  }
+
+  const char* p_;
+  std::string comment_;
+};
+
+char* dupString(const std::string& s) {
+  char* copy = static_cast<char*>(std::malloc(s.size() + 1));
+  if (copy != nullptr) std::memcpy(copy, s.c_str(), s.size() + 1);
+  return copy;
+}
+
+// A display name: words separated by one space, dots kept where they were ("John Q. Public").
+std::string joinPhrase(const std::vector<Token>& words) {
+  std::string out;
+  for (const Token& t : words) {
+    if (t.kind == kWord) {
+      if (!out.empty() && out.back() != '.') out += ' ';
+      out += t.text;
+    } else if (t.special == '.') {
+      out += '.';
+    }
+  }
+  return out.substr(0, kMaxField);
+}
+
+class AddrListParser {
+ public:
+  explicit AddrListParser(const char* value) : lex_(value) {}
+
+  mail_addr* run() {
+    bool inGroup = false;
+    lex_.next(tok_);
+    while (tok_.kind != kEnd && count_ < kMaxAddresses) {
+      words_.clear();
+      while (tok_.kind != kEnd && !isDelimiter(tok_)) {
+        words_.push_back(tok_);
+        lex_.next(tok_);
+      }
+      if (tok_.kind == kSpecial && tok_.special == ':') {
+        if (!inGroup) {
+          inGroup = true;  // the group's name is not an address
+          lex_.clearComment();
+          lex_.next(tok_);
+          continue;
+        }
+        skipToSeparator();
+      } else if (tok_.kind == kSpecial && tok_.special == '<') {
+        readAngleAddress();
+      } else {
+        addAddrSpec(words_, lex_.comment());
+      }
+      if (tok_.kind == kSpecial && tok_.special == ';') inGroup = false;
+      if (tok_.kind != kEnd) {
+        // A comment belongs to the address it follows or precedes, never to the next one.
+        lex_.clearComment();
+        lex_.next(tok_);
+      }
+    }
+    return head_;
+  }
+
+ private:
+  static bool isDelimiter(const Token& t) {
+    return t.kind == kSpecial && std::strchr(",;:<", t.special) != nullptr;
+  }
+
+  void skipToSeparator() {
+    while (tok_.kind != kEnd && !(tok_.kind == kSpecial && (tok_.special == ',' || tok_.special == ';'))) {
+      lex_.next(tok_);
+    }
+  }
+
+  // "phrase <@route,@route:local@domain>": the route is dropped, the phrase becomes the display name.
+  void readAngleAddress() {
+    std::string personal = joinPhrase(words_);
+    std::vector<Token> inner;
+    lex_.next(tok_);
+    while (tok_.kind != kEnd && !(tok_.kind == kSpecial && tok_.special == '>')) {
+      if (tok_.kind == kSpecial && tok_.special == ':') {
+        inner.clear();
+      } else {
+        inner.push_back(tok_);
+      }
+      lex_.next(tok_);
+    }
+    skipToSeparator();
+    addAddrSpec(inner, personal.empty() ? lex_.comment() : personal);
+  }
+
+  // local-part '@' domain, split at the last '@'; words and dots are joined as written.
+  void addAddrSpec(const std::vector<Token>& tokens, const std::string& personal) {
+    size_t at = tokens.size();
+    for (size_t i = 0; i < tokens.size(); ++i) {
+      if (tokens[i].kind == kSpecial && tokens[i].special == '@') at = i;
+    }
+    std::string local = joinSpec(tokens, 0, at);
+    if (local.empty()) return;
+    const bool hasHost = at < tokens.size();
+    std::string host = hasHost ? joinSpec(tokens, at + 1, tokens.size()) : std::string();
+    append(personal, local, host, hasHost);
+  }
+
+  static std::string joinSpec(const std::vector<Token>& tokens, size_t from, size_t to) {
+    std::string out;
+    for (size_t i = from; i < to; ++i) {
+      if (tokens[i].kind == kWord) {
+        out += tokens[i].text;
+      } else if (tokens[i].special == '.') {
+        out += '.';
+      }
+    }
+    return out.substr(0, kMaxField);
+  }
+
+  void append(const std::string& personal, const std::string& mailbox, const std::string& host, bool hasHost) {
+    mail_addr* a = static_cast<mail_addr*>(std::calloc(1, sizeof(mail_addr)));
+    if (a == nullptr) return;
+    a->personal = personal.empty() ? nullptr : dupString(personal);
+    a->mailbox = dupString(mailbox);
+    a->host = hasHost ? dupString(host) : nullptr;
+    if (a->mailbox == nullptr) {
+      mail_addr_free(a);
+      return;
+    }
+    *tail_ = a;
+    tail_ = &a->next;
+    ++count_;
+  }
+
+  AddrLexer lex_;
+  Token tok_;
+  std::vector<Token> words_;
+  mail_addr* head_ = nullptr;
+  mail_addr** tail_ = &head_;
+  size_t count_ = 0;
+};
+
+}  // namespace
+
+mail_addr* mail_addr_parse(const char* value) {
+  if (value == nullptr) return nullptr;
+  return AddrListParser(value).run();
+}
+
+void mail_addr_free(mail_addr* addr) {
+  while (addr != nullptr) {
+    mail_addr* next = addr->next;
+    std::free(addr->personal);
+    std::free(addr->mailbox);
+    std::free(addr->host);
+    std::free(addr);
+    addr = next;
+  }
+}
+
+}  // namespace mime
+}  // namespace vorlane
