@@ -1,0 +1,88 @@
+// One MIME part of a parsed message, and the one-pass structure parser that builds the tree of parts.
+// The tree hangs by first child (sub-parts of a multipart, or the enclosed message of message/rfc822) and
+// next sibling; a node owns its first child and, through it, the whole chain of its children. Bodies are
+// never stored or decoded, only counted: header, body and total bytes and lines of every part, with the
+// line end before a boundary attributed to the boundary line and the boundary lines to their multipart.
+// Limits: nesting depth 200 (deeper makes the whole parse fail), 64 nested boundaries (deeper multiparts
+// are read as plain text), lines of MIME_LINE_MAX bytes, headers of MIME_HEADER_MAX bytes.
+// Not thread-safe: a tree is built and read by one thread.
+#pragma once
+
+#include <cstdint>
+
+#include "mime/common_mail_struct.h"
+#include "mime/mail_attr.h"
+#include "mime/mail_struct_envelope.h"
+#include "mime/owned_str.h"
+
+namespace vorlane {
+namespace utils {
+class VFileStream;
+}
+namespace mime {
+
+class parse_status;
+
+constexpr int MIME_MAX_DEPTH = 200;
+constexpr int MIME_MAX_BOUNDARY_LEVEL = 64;
+
+class mail_struct : public common_mail_struct {
+ public:
+  mail_struct() = default;
+  ~mail_struct() override;
+
+  // Parses the message at the stream's current position. Null when the structure nests deeper than
+  // MIME_MAX_DEPTH; otherwise a tree the caller owns and deletes.
+  static mail_struct* parse(utils::VFileStream* stream);
+  // Parses one part from the stream's current position; null when it (or a part inside it) failed.
+  static mail_struct* do_parse(utils::VFileStream* stream, parse_status* status, int depth, int boundary_level);
+
+  // Content headers stay on the node; every other header (and a copy of Content-Type) goes to the envelope.
+  void process_header(char* line) override;
+
+  // True when type and subtype equal the arguments case-insensitively (a null field never matches).
+  bool is(const char* type, const char* subtype) const;
+  // Depth first (this node, its first child's subtree, then the next sibling): the first part of that type.
+  const mail_struct* find_content(const char* type, const char* subtype) const;
+  // The disposition's "filename", else the content type's "name", else null.
+  const char* find_filename() const;
+  // True when this node, a descendant or a following sibling holds a complete uuencoded block.
+  bool has_uuencoded_part() const;
+
+  owned_str content_type;
+  owned_str content_subtype;
+  mail_attr_list content_params;
+  owned_str encoding;  // Content-Transfer-Encoding, cut at its first blank
+  owned_str content_id;
+  owned_str content_description;
+  owned_str content_md5;
+  owned_str content_location;
+  owned_str content_class;
+  owned_str disposition;  // Content-Disposition up to the first blank or ';'
+  mail_attr_list disposition_params;
+  uint8_t uuencoded = 0;
+  long long start_pos = 0;   // stream position of the first header byte
+  long long body_pos = 0;    // stream position just after the header's empty line
+  uint32_t body_bytes = 0;
+  uint32_t body_lines = 0;
+  long long header_pos = 0;  // same as start_pos
+  mail_struct_envelope envelope;
+  mail_struct* first_child = nullptr;   // owned
+  mail_struct* next_sibling = nullptr;  // owned by the parent's child chain
+
+ private:
+  // Degrades the node to text/plain with the single parameter charset=us-ascii.
+  void make_plain_text();
+  void append_child(mail_struct* child);
+  void add_to_body(uint32_t bytes, uint32_t lines);
+  // The multipart and message/rfc822 steps of do_parse.
+  enum class multipart_result { complete, degraded, failed };
+  multipart_result parse_multipart(utils::VFileStream* stream, parse_status* status, int depth,
+                                   int boundary_level, const char* boundary);
+  bool parse_enclosed_message(utils::VFileStream* stream, parse_status* status, int depth, int boundary_level);
+
+  mail_struct* last_child_ = nullptr;  // end of the child chain, so that appending stays O(1)
+};
+
+}  // namespace mime
+}  // namespace vorlane

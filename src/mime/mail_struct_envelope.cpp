@@ -1,0 +1,185 @@
+#include "mime/mail_struct_envelope.h"
+
+#include <strings.h>
+
+#include <cctype>
+#include <cstdlib>
+#include <cstring>
+#include <string>
+
+#include "mime/mime_get_line.h"
+#include "mime/parse_status.h"
+
+namespace vorlane {
+namespace mime {
+
+namespace {
+
+bool starts_with_nocase(const char* text, const char* prefix) {
+  return text != nullptr && strncasecmp(text, prefix, std::strlen(prefix)) == 0;
+}
+
+bool equals_nocase(const char* a, const char* b) { return a != nullptr && strcasecmp(a, b) == 0; }
+
+// Comments in parentheses (nested, with backslash quoting) carry no date information and vary between
+// mailers; dropping them makes dates comparable. Trailing blanks left behind are trimmed.
+std::string strip_comments(const char* value) {
+  std::string out;
+  int depth = 0;
+  for (const char* p = value; *p != '\0'; ++p) {
+    if (*p == '\\' && depth > 0 && p[1] != '\0') {
+      ++p;
+    } else if (*p == '(') {
+      ++depth;
+    } else if (*p == ')' && depth > 0) {
+      --depth;
+    } else if (depth == 0) {
+      out += *p;
+    }
+  }
+  while (!out.empty() && std::isspace(static_cast<unsigned char>(out.back()))) out.pop_back();
+  return out;
+}
+
+// Deeper nesting than this is not probed: a hostile message must not exhaust the stack.
+constexpr int MAX_PROBE_BOUNDARIES = 64;
+
+}  // namespace
+
+void mail_struct_envelope::process_header(char* line) {
+  const char* value = split_header(line);
+  if (value != nullptr) set_parameter(line, value);
+}
+
+void mail_struct_envelope::parse_content_type(const char* value) {
+  content_type.reset();
+  content_subtype.reset();
+  content_params.clear();
+  if (value == nullptr) {
+    content_type.assign("");
+    content_subtype.assign("");
+    return;
+  }
+  size_t token_len = 0;
+  while (value[token_len] != '\0' && value[token_len] != ';' &&
+         !std::isspace(static_cast<unsigned char>(value[token_len]))) {
+    ++token_len;
+  }
+  const void* slash = std::memchr(value, '/', token_len);
+  if (slash == nullptr) {
+    content_type.assign(value, token_len);
+    content_subtype.assign("");
+  } else {
+    const size_t type_len = static_cast<const char*>(slash) - value;
+    content_type.assign(value, type_len);
+    content_subtype.assign(value + type_len + 1, token_len - type_len - 1);
+  }
+  content_params.parse(value);
+}
+
+void mail_struct_envelope::set_parameter(const char* name, const char* value) {
+  if (equals_nocase(name, "Importance")) {
+    if (starts_with_nocase(value, "low")) {
+      importance = IMPORTANCE_LOW;
+    } else if (starts_with_nocase(value, "normal")) {
+      importance = IMPORTANCE_NORMAL;
+    } else if (starts_with_nocase(value, "high")) {
+      importance = IMPORTANCE_HIGH;
+    }
+  } else if (equals_nocase(name, "Content-Type")) {
+    parse_content_type(value);
+    if (!starts_with_nocase(value, "text/") && !starts_with_nocase(value, "multipart/alternative")) {
+      has_attachment = 1;
+    }
+  } else if (equals_nocase(name, "From")) {
+    from.reset(mail_addr_parse(value));
+  } else if (equals_nocase(name, "Sender")) {
+    sender.reset(mail_addr_parse(value));
+  } else if (equals_nocase(name, "Reply-To")) {
+    reply_to.reset(mail_addr_parse(value));
+  } else if (equals_nocase(name, "To")) {
+    to.reset(mail_addr_parse(value));
+  } else if (equals_nocase(name, "Cc")) {
+    cc.reset(mail_addr_parse(value));
+  } else if (equals_nocase(name, "Bcc")) {
+    bcc.reset(mail_addr_parse(value));
+  } else if (equals_nocase(name, "Date")) {
+    date.assign(strip_comments(value).c_str());
+  } else if (equals_nocase(name, "Subject")) {
+    subject.assign(value);
+  } else if (equals_nocase(name, "Newsgroups")) {
+    newsgroups.assign(value);
+  } else if (equals_nocase(name, "Disposition-Notification-To")) {
+    disposition_notification_to.assign(value);
+  } else if (equals_nocase(name, "In-Reply-To")) {
+    in_reply_to.assign(value);
+  } else if (equals_nocase(name, "Message-ID")) {
+    message_id.assign(value);
+  } else if (equals_nocase(name, "Message-Context")) {
+    message_context.assign(value);
+  } else if (equals_nocase(name, "X-Priority")) {
+    x_priority = std::strtol(value, nullptr, 10);
+  }
+}
+
+void mail_struct_envelope::normalize_priority() {
+  if (priority < 1 || priority > 5) priority = 3;
+}
+
+std::unique_ptr<mail_struct_envelope> mail_struct_envelope::parse(utils::VFileStream* stream) {
+  std::unique_ptr<mail_struct_envelope> envelope(new mail_struct_envelope);
+  // The status holds two 16 KiB buffers: it goes to the heap, once per message, so that a reader thread
+  // with a small stack is safe.
+  std::unique_ptr<parse_status> status(new parse_status);
+  if (!envelope->process_headers(stream, status.get())) return envelope;
+  const char* boundary = envelope->content_params.get("boundary");
+  if (equals_nocase(envelope->content_type.get(), "multipart") && boundary != nullptr) {
+    // The container's own type says nothing about attachments; its parts decide.
+    envelope->has_attachment = 0;
+    envelope->find_attachments(stream, status.get(), boundary);
+  }
+  return envelope;
+}
+
+int mail_struct_envelope::find_attachments(utils::VFileStream* stream, parse_status* status,
+                                           const char* boundary) {
+  const int level = status->boundary_count;
+  if (level >= MAX_PROBE_BOUNDARIES) return has_attachment;
+  status->push_boundary(boundary);
+  while (mime_get_line(stream, status, nullptr)) {
+  }
+  // Each round starts just behind an opening boundary of this multipart.
+  while (status->boundary_hit == 1 && status->end_flag == 0 && status->boundary_count == level + 1) {
+    mail_struct_envelope part;
+    if (!part.process_headers(stream, status)) continue;  // the header ran into a boundary: look at it
+    const char* type = part.content_type.get();
+    const char* sub_boundary = part.content_params.get("boundary");
+    if (equals_nocase(type, "multipart") && equals_nocase(part.content_subtype.get(), "alternative") &&
+        sub_boundary != nullptr) {
+      if (part.find_attachments(stream, status, sub_boundary) != 0) {
+        has_attachment = 1;
+        break;
+      }
+      // When the alternative closed itself, its epilogue runs up to the next boundary of this multipart;
+      // otherwise a boundary of this multipart already ended it.
+      if (status->boundary_count == level + 1 && status->boundary_hit == 1 && status->end_flag == 1) {
+        while (mime_get_line(stream, status, nullptr)) {
+        }
+      }
+      continue;
+    }
+    if (part.has_attachment != 0 || (type != nullptr && strcasecmp(type, "text") != 0)) {
+      // A part without Content-Type is text/plain by default and no attachment.
+      has_attachment = 1;
+      break;
+    }
+    while (mime_get_line(stream, status, nullptr)) {
+    }
+  }
+  // Boundaries pushed below this level belong to parts that are gone; never leave them dangling.
+  while (status->boundary_count > level) status->pop_boundary();
+  return has_attachment;
+}
+
+}  // namespace mime
+}  // namespace vorlane

@@ -1,0 +1,64 @@
+#include "mime/mime_get_line.h"
+
+#include <strings.h>
+
+#include <cstring>
+
+#include "mime/parse_status.h"
+#include "utils/vstream.h"
+
+namespace vorlane {
+namespace mime {
+
+namespace {
+
+enum class boundary_kind { none, opening, closing };
+
+// What follows the boundary text decides: a line end or nothing opens a part, "--" and then a line end or
+// nothing closes the multipart; anything else (blanks included) is body text that merely starts alike.
+boundary_kind classify_tail(const char* tail, size_t len) {
+  auto is_line_end = [](const char* p, size_t n) {
+    return n == 0 || (n == 1 && (p[0] == '\n' || p[0] == '\r')) || (n == 2 && p[0] == '\r' && p[1] == '\n');
+  };
+  if (is_line_end(tail, len)) return boundary_kind::opening;
+  if (len >= 2 && tail[0] == '-' && tail[1] == '-' && is_line_end(tail + 2, len - 2)) {
+    return boundary_kind::closing;
+  }
+  return boundary_kind::none;
+}
+
+}  // namespace
+
+bool mime_get_line(utils::VFileStream* stream, parse_status* status, const char* own_boundary) {
+  int got = stream->getstr(status->line, sizeof status->line);
+  status->line_len = got > 0 ? static_cast<size_t>(got) : 0;
+  if (status->line_len == 0) {
+    status->clear_boundaries();
+    status->boundary_line_len = 0;
+    status->end_flag = 1;
+    status->boundary_hit = 0;
+    return false;
+  }
+  const char* line = status->line;
+  const size_t len = status->line_len;
+  if (status->top == nullptr || len < 2 || line[0] != '-' || line[1] != '-') return true;
+
+  for (boundary_node* node = status->top; node != nullptr; node = node->next) {
+    if (own_boundary != nullptr && strcasecmp(node->boundary, own_boundary) == 0) continue;
+    if (len - 2 < node->length || std::memcmp(line + 2, node->boundary, node->length) != 0) continue;
+    const size_t tail_at = 2 + node->length;
+    const boundary_kind kind = classify_tail(line + tail_at, len - tail_at);
+    if (kind == boundary_kind::none) continue;
+
+    boundary_node* new_top = kind == boundary_kind::opening ? node : node->next;
+    status->end_flag = kind == boundary_kind::closing ? 1 : 0;
+    status->boundary_line_len = len;
+    status->boundary_hit = 1;
+    while (status->top != new_top) status->pop_boundary();
+    return false;
+  }
+  return true;
+}
+
+}  // namespace mime
+}  // namespace vorlane

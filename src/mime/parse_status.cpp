@@ -1,0 +1,27 @@
+#include "mime/parse_status.h"
+
+#include <cstring>
+
+namespace vorlane {
+namespace mime {
+
+void parse_status::push_boundary(const char* boundary) {
+  top = new boundary_node{boundary, std::strlen(boundary), top};
+  ++boundary_count;
+}
+
+void parse_status::pop_boundary() {
+  if (top == nullptr) return;
+  boundary_node* old = top;
+  top = old->next;
+  delete old;
+  --boundary_count;
+}
+
+void parse_status::clear_boundaries() {
+  while (top != nullptr) pop_boundary();
+  boundary_count = 0;
+}
+
+}  // namespace mime
+}  // namespace vorlane

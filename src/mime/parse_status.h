@@ -1,0 +1,49 @@
+// The reading state shared by every level of one MIME structure parse: the current line, the header being
+// unfolded, and the stack of multipart boundaries that are open at this point of the message.
+// Line and header buffers are fixed (16384 bytes of text each); the boundary stack holds at most one node
+// per open multipart level and does not own the boundary strings (the parts' parameter lists do).
+// Not thread-safe: one parse, one status, one thread.
+#pragma once
+
+#include <cstddef>
+
+namespace vorlane {
+namespace mime {
+
+// Longest line read in one piece and the largest unfolded header; longer input is split or truncated.
+constexpr size_t MIME_LINE_MAX = 16384;
+constexpr size_t MIME_HEADER_MAX = 16384;
+
+struct boundary_node {
+  const char* boundary;  // not owned
+  size_t length;
+  boundary_node* next;
+};
+
+class parse_status {
+ public:
+  parse_status() = default;
+  parse_status(const parse_status&) = delete;
+  parse_status& operator=(const parse_status&) = delete;
+  ~parse_status() { clear_boundaries(); }
+
+  // Makes `boundary` the innermost open boundary; the string must outlive its stay on the stack.
+  void push_boundary(const char* boundary);
+  // Pops the innermost boundary; nothing when the stack is empty.
+  void pop_boundary();
+  void clear_boundaries();
+
+  int boundary_count = 0;
+  size_t boundary_line_len = 0;  // raw length of the last boundary line found
+  int end_flag = 0;              // 1 after a closing boundary or end of file, 0 after an opening boundary
+  int boundary_hit = 0;          // 1 when the last line read was a boundary line, 0 at end of file
+  char header[MIME_HEADER_MAX];  // one unfolded header, terminated
+  // One line with its terminator; the extra byte holds the terminating zero of a full-length piece.
+  char line[MIME_LINE_MAX + 1];
+  size_t line_len = 0;
+  size_t trailing_term_len = 0;  // terminator of the last body line, which belongs to the next boundary
+  boundary_node* top = nullptr;
+};
+
+}  // namespace mime
+}  // namespace vorlane
