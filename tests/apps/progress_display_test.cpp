@@ -1,0 +1,179 @@
+#include "progress_display.h"
+
+#include <gtest/gtest.h>
+
+#include <sstream>
+#include <string>
+
+namespace vorlane {
+namespace cli {
+namespace {
+
+// A clock the test moves by hand.
+struct FakeClock {
+  ProgressDisplay::TimePoint now = ProgressDisplay::TimePoint() + std::chrono::hours(1);
+  ProgressDisplay::Clock clock() {
+    return [this] { return now; };
+  }
+  void advance(int ms) { now += std::chrono::milliseconds(ms); }
+};
+
+ProgressEvent event(const char* domain, const char* mailbox, unsigned long processed, unsigned long mailboxes) {
+  ProgressEvent e;
+  e.domain = domain;
+  e.mailbox = mailbox;
+  e.processed = processed;
+  e.mailboxes = mailboxes;
+  return e;
+}
+
+// The bar at the start of a status line: its width and how much of it is filled.
+bool parseBar(const std::string& line, size_t& filled, size_t& width) {
+  const size_t close = line.find("] ");
+  if (line.empty() || line[0] != '[' || close == std::string::npos) return false;
+  width = close - 1;
+  filled = line.find_first_not_of('#', 1) - 1;
+  return line.find_first_not_of('-', filled + 1) == close;
+}
+
+size_t count(const std::string& s, char c) {
+  size_t n = 0;
+  for (char x : s) n += x == c;
+  return n;
+}
+
+TEST(ProgressDisplay, ElapsedTimeIsMinutesSecondsOrHours) {
+  struct Case { double seconds; const char* text; };
+  for (const Case& c : {Case{0, "0:00"}, Case{-3, "0:00"}, Case{7.9, "0:07"}, Case{754, "12:34"},
+                        Case{3723, "1:02:03"}, Case{1e30, "8760:00:00"}}) {
+    EXPECT_EQ(formatElapsed(c.seconds), c.text) << c.seconds;
+  }
+}
+
+// Before the server has counted the mailboxes there is no total: no percentage, an empty bar, no rate.
+TEST(ProgressDisplay, BarAtZeroShowsNoPercentageAndNoRate) {
+  FakeClock t;
+  std::ostringstream out;
+  ProgressDisplay d(out, true, 100, t.clock());
+  size_t filled = 0;
+  size_t width = 0;
+  ASSERT_TRUE(parseBar(d.statusLine(), filled, width)) << d.statusLine();
+  EXPECT_EQ(filled, 0u);
+  EXPECT_EQ(d.statusLine().substr(width + 3), "  -% 0/? mailboxes  0:00");
+  t.advance(5000);
+  d.update(event("a.com", "", 0, 0));
+  EXPECT_EQ(d.statusLine().find("/s"), std::string::npos) << d.statusLine();
+  EXPECT_NE(d.statusLine().find("0:05  a.com"), std::string::npos) << d.statusLine();
+}
+
+TEST(ProgressDisplay, PartialAndFullProgressShowPercentRateAndEta) {
+  struct Case { unsigned long processed; unsigned long total; const char* percent; const char* rest; double fraction; };
+  for (const Case& c : {Case{37, 88, " 42% 37/88 mailboxes  0:10  3.7/s  ETA 0:13", "", 37.0 / 88},
+                        Case{88, 88, "100% 88/88 mailboxes  0:10  8.8/s", "ETA", 1},
+                        Case{90, 88, "100% 90/88 mailboxes  0:10  9.0/s", "ETA", 1}}) {
+    FakeClock t;
+    std::ostringstream out;
+    ProgressDisplay d(out, true, 120, t.clock());
+    t.advance(10000);
+    d.update(event("example.com", "john", c.processed, c.total));
+    const std::string line = d.statusLine();
+    EXPECT_NE(line.find(c.percent), std::string::npos) << line;
+    if (*c.rest) {
+      EXPECT_EQ(line.find(c.rest), std::string::npos) << line;
+    }
+    size_t filled = 0;
+    size_t width = 0;
+    ASSERT_TRUE(parseBar(line, filled, width)) << line;
+    EXPECT_GE(width, 10u);
+    EXPECT_EQ(filled, static_cast<size_t>(c.fraction * static_cast<double>(width))) << line;
+    EXPECT_NE(line.find("example.com/john"), std::string::npos) << line;
+  }
+}
+
+// The line never reaches the last column, however narrow the terminal; narrow ones drop the bar first,
+// long locations lose their middle.
+TEST(ProgressDisplay, StatusLineFitsTheTerminalWidth) {
+  const std::string domain(100, 'd');
+  for (unsigned width : {1u, 10u, 30u, 50u, 70u, 80u, 132u, 300u}) {
+    FakeClock t;
+    std::ostringstream out;
+    ProgressDisplay d(out, true, width, t.clock());
+    t.advance(2000);
+    d.update(event(domain.c_str(), "mailbox-with-a-long-name", 1234, 5678));
+    const std::string line = d.statusLine();
+    EXPECT_LE(line.size(), width > 1 ? width - 1 : 1) << width << ": " << line;
+    if (width >= 80 && width < 200) {
+      EXPECT_NE(line.find("..."), std::string::npos) << line;
+    }
+    if (width >= 132) {
+      EXPECT_EQ(line.substr(line.size() - 10), "-long-name") << line;
+    }
+    if (width <= 50) {
+      EXPECT_EQ(line.find('['), std::string::npos) << line;
+    }
+  }
+}
+
+TEST(ProgressDisplay, TerminalRedrawsInPlaceAtMostTenTimesASecond) {
+  FakeClock t;
+  std::ostringstream out;
+  ProgressDisplay d(out, true, 80, t.clock());
+  d.update(event("a.com", "a-rather-long-mailbox-name", 0, 10));
+  d.update(event("a.com", "b", 1, 10));  // within 100 ms: not drawn
+  EXPECT_EQ(count(out.str(), '\r'), 1u);
+  EXPECT_EQ(out.str().find('\n'), std::string::npos);
+  t.advance(100);
+  d.update(event("a.com", "b", 1, 10));
+  // The shorter line blanks the tail of the longer one: "\r" line blanks "\r" line.
+  EXPECT_EQ(count(out.str(), '\r'), 3u);
+  const std::string last = out.str().substr(out.str().rfind('\r') + 1);
+  EXPECT_EQ(last, d.statusLine());
+  t.advance(50);
+  d.tick();
+  EXPECT_EQ(count(out.str(), '\r'), 3u);
+  t.advance(50);
+  d.tick();
+  EXPECT_EQ(count(out.str(), '\r'), 4u);
+}
+
+TEST(ProgressDisplay, NotesAndFinishKeepTheStatusLineIntact) {
+  FakeClock t;
+  std::ostringstream out;
+  ProgressDisplay d(out, true, 80, t.clock());
+  d.update(event("a.com", "john", 1, 2));
+  const size_t drawn = d.statusLine().size();
+  d.note("server warning: disk slow");
+  const std::string afterNote = out.str();
+  EXPECT_NE(afterNote.find("\r" + std::string(drawn, ' ') + "\rserver warning: disk slow\n\r"), std::string::npos)
+      << afterNote;
+  d.update(event("a.com", "mary", 2, 2));  // throttled, but finish draws the last state
+  d.finish("Done.");
+  const std::string text = out.str();
+  EXPECT_EQ(text.substr(text.size() - 7), "\nDone.\n");
+  EXPECT_NE(text.find("100% 2/2"), std::string::npos) << text;
+}
+
+TEST(ProgressDisplay, PlainOutputWritesOneLinePerChangeAndNoCarriageReturns) {
+  FakeClock t;
+  std::ostringstream out;
+  ProgressDisplay d(out, false, 80, t.clock());
+  d.tick();
+  d.update(event("a.com", "", 0, 0));
+  d.update(event("a.com", "john", 0, 3));
+  d.update(event("a.com", "john", 0, 3));  // repeated: no new line
+  t.advance(61000);
+  d.update(event("a.com", "mary", 1, 3));
+  d.tick();
+  d.note("server warning: x");
+  d.finish("Done.");
+  EXPECT_EQ(out.str(),
+            "[0/?] 0:00 a.com\n"
+            "[0/3   0%] 0:00 a.com/john\n"
+            "[1/3  33%] 1:01 a.com/mary\n"
+            "server warning: x\n"
+            "Done.\n");
+}
+
+}  // namespace
+}  // namespace cli
+}  // namespace vorlane
