@@ -1,0 +1,24 @@
+#include "vcom/debug_line.h"
+
+#include <cstring>
+#include <ctime>
+
+namespace vorlane {
+namespace vcom {
+
+void writeDebugLineV(FILE* stream, const char* fmt, va_list args) {
+  if (!stream || !fmt) return;
+  char stamp[64];
+  const time_t now = time(nullptr);
+  if (!ctime_r(&now, stamp)) stamp[0] = '\0';
+  stamp[strcspn(stamp, "\n")] = '\0';
+  flockfile(stream);
+  fputs(stamp, stream);
+  fputc(' ', stream);
+  vfprintf(stream, fmt, args);
+  fflush(stream);
+  funlockfile(stream);
+}
+
+}  // namespace vcom
+}  // namespace vorlane

@@ -1,0 +1,462 @@
+#include "vcom/server_dispatcher.h"
+
+#include <errno.h>
+#include <unistd.h>
+
+#include <cstdarg>
+#include <cstring>
+#include <string>
+
+#include "tiny/thread.h"
+#include "vcom/debug_line.h"
+
+namespace vorlane {
+namespace vcom {
+
+namespace {
+
+Msg* makeU32Msg(uint32_t type, uint32_t seq, uint32_t value) {
+  Msg* msg = Msg::create(kU32MsgSize, type, seq);
+  if (msg) putU32(msg->payload(), value);
+  return msg;
+}
+
+}  // namespace
+
+ServerDispatcher::ServerDispatcher(const char* cmdLine)
+    : stopRecv_(false),
+      stopSend_(false),
+      pipe_(cmdLine),
+      debug_(nullptr),
+      dbgLogOff_(0),
+      wrnLogOff_(0),
+      errLogOff_(0),
+      sendThreadStarted_(false),
+      sendThread_(0),
+      recvThreadStarted_(false),
+      recvThread_(0),
+      heartBeatThread_(0),
+      heartBeatStarted_(false),
+      stopHeartBeat_(false),
+      heartBeatMs_(kDefaultHeartBeatMs),
+      recvEnded_(false),
+      sendEnded_(false),
+      heartBeatEnded_(false) {}
+
+ServerDispatcher::~ServerDispatcher() {
+  stopSendThread();
+  // The heartbeat thread only waits on an event of this object, so it can always be ended and must
+  // be, before the object goes away.
+  stopHeartBeat();
+  if (recvThreadStarted_ && recvEnded_.load()) {
+    tiny::waitForThread(recvThread_);
+    recvThread_ = 0;
+    recvThreadStarted_ = false;
+  }
+  {
+    tiny::VMutexGuard guard(contextMutex_);
+    for (Msg* msg : messageQueue_) delete msg;
+    messageQueue_.clear();
+    std::list<RequestContext*> contexts;
+    contexts.swap(contextQueue_);
+    for (RequestContext* ctx : contexts) delete ctx;
+  }
+}
+
+int ServerDispatcher::handleMessage(Msg*) { return -1; }
+
+bool ServerDispatcher::init() {
+  if (!pipe_.initServer()) return false;
+  stopHeartBeat_ = false;
+  stopSend_ = false;
+  stopRecv_ = false;
+  sendThreadStarted_ = tiny::createThread(&ServerDispatcher::sendThreadEntry, this, &sendThread_,
+                                          tiny::defaultThreadAttributes);
+  recvThreadStarted_ = tiny::createThread(&ServerDispatcher::recvThreadEntry, this, &recvThread_,
+                                          tiny::defaultThreadAttributes);
+  heartBeatStarted_ = tiny::createThread(&ServerDispatcher::heartBeatThreadEntry, this, &heartBeatThread_,
+                                         tiny::defaultThreadAttributes);
+  return sendThreadStarted_ && recvThreadStarted_ && heartBeatStarted_;
+}
+
+void ServerDispatcher::run() {
+  while (!recvEnded_.load() && !sendEnded_.load() && !heartBeatEnded_.load()) finishedEvent_.wait();
+}
+
+void ServerDispatcher::signalFinished(std::atomic<bool>& which) {
+  which.store(true);
+  finishedEvent_.signal();
+}
+
+void ServerDispatcher::stop() {
+  stopRecv_ = true;
+  stopSendThread();
+  stopRecvThread();
+  stopHeartBeat();
+}
+
+void ServerDispatcher::stopRecvThread() {
+  if (!recvThreadStarted_) return;
+  stopRecv_ = true;
+  tiny::waitForThread(recvThread_);
+  recvThread_ = 0;
+  recvThreadStarted_ = false;
+}
+
+void ServerDispatcher::stopHeartBeat() {
+  if (!heartBeatStarted_) return;
+  stopHeartBeat_ = true;
+  heartBeatEvent_.signal();
+  tiny::waitForThread(heartBeatThread_);
+  heartBeatThread_ = 0;
+  heartBeatStarted_ = false;
+}
+
+void ServerDispatcher::stopSendThread() {
+  if (!sendThreadStarted_) return;
+  {
+    tiny::VMutexGuard guard(contextMutex_);
+    stopSend_ = true;
+    sendEvent_.signal();
+  }
+  tiny::waitForThread(sendThread_);
+  sendThread_ = 0;
+  sendThreadStarted_ = false;
+
+  // The send thread is gone, so this thread is now the pipe's only writer. Writes happen outside the
+  // mutex: a parent that stops reading must not block threads that only want to queue (they see
+  // stop-send and drop their message).
+  std::list<Msg*> rest;
+  {
+    tiny::VMutexGuard guard(contextMutex_);
+    rest.swap(messageQueue_);
+  }
+  IOError err;
+  while (!rest.empty()) {
+    Msg* msg = rest.front();
+    rest.pop_front();
+    const int rc = pipe_.sendMsg(msg, err);
+    delete msg;
+    if (rc != 0) break;
+  }
+  for (Msg* msg : rest) delete msg;
+  dropSendQueue();
+}
+
+void ServerDispatcher::dropSendQueue() {
+  tiny::VMutexGuard guard(contextMutex_);
+  for (Msg* msg : messageQueue_) delete msg;
+  messageQueue_.clear();
+  queueDrainedEvent_.signal();
+}
+
+int ServerDispatcher::sendResponse(Msg* msg) {
+  if (!msg) return -1;
+  tiny::VMutexGuard guard(contextMutex_);
+  if (stopSend_) {
+    delete msg;
+    return 0;
+  }
+  if (messageQueue_.empty() && contextQueue_.empty()) sendEvent_.signal();
+  messageQueue_.push_back(msg);
+  return 0;
+}
+
+int ServerDispatcher::sendResponse(RequestContext* ctx) {
+  if (!ctx) return -1;
+  tiny::VMutexGuard guard(contextMutex_);
+  if (messageQueue_.empty() && contextQueue_.empty()) sendEvent_.signal();
+  contextQueue_.push_back(ctx);
+  return 0;
+}
+
+int ServerDispatcher::sendGenericResponse(const Msg* req, int code, const char* text) {
+  if (!req) return 0;
+  Msg* msg = Msg::create(kGenericRespSize, GenericResp, req->seq);
+  if (!msg) return 0;
+  if (text) strncpy(msg->payload(), text, kGenericTextLen - 1);
+  putU32(msg->payload() + kGenericTextLen, static_cast<uint32_t>(code));
+  sendResponse(msg);
+  return 0;
+}
+
+Msg* ServerDispatcher::allocMsgBuf(const Msg* hdr) const {
+  if (!hdr || hdr->size < Msg::kHeaderSize || hdr->size > 0xFFFFFFFFull) return nullptr;
+  return Msg::createFor(*hdr);
+}
+
+bool ServerDispatcher::waitOnSendQueue() {
+  {
+    tiny::VMutexGuard guard(contextMutex_);
+    if (!messageQueue_.empty() || !contextQueue_.empty() || stopSend_) return true;
+  }
+  sendEvent_.wait();
+  tiny::VMutexGuard guard(contextMutex_);
+  return !messageQueue_.empty() || !contextQueue_.empty() || stopSend_;
+}
+
+Msg* ServerDispatcher::popFromSendQ() {
+  waitOnSendQueue();
+  RequestContext* done = nullptr;
+  Msg* msg = nullptr;
+  {
+    tiny::VMutexGuard guard(contextMutex_);
+    if (!messageQueue_.empty()) {
+      msg = messageQueue_.front();
+      messageQueue_.pop_front();
+    } else if (!contextQueue_.empty()) {
+      done = contextQueue_.front();
+      contextQueue_.pop_front();
+      msg = done->checkOutResponse();
+    }
+  }
+  // The context's destructor takes the mutex itself (removeContext).
+  delete done;
+  return msg;
+}
+
+void ServerDispatcher::sendThreadEntry(void* self) { static_cast<ServerDispatcher*>(self)->sendLoop(); }
+void ServerDispatcher::recvThreadEntry(void* self) { static_cast<ServerDispatcher*>(self)->recvLoop(); }
+void ServerDispatcher::heartBeatThreadEntry(void* self) {
+  static_cast<ServerDispatcher*>(self)->heartBeatLoop();
+}
+
+void ServerDispatcher::sendLoop() {
+  IOError err;
+  while (!stopSend_) {
+    Msg* msg = popFromSendQ();
+    if (!msg) continue;
+    if (pipe_.sendMsg(msg, err) != 0) {
+      {
+        tiny::VMutexGuard guard(contextMutex_);
+        stopSend_ = true;
+      }
+      dropSendQueue();
+      delete msg;
+      break;
+    }
+    delete msg;
+  }
+  signalFinished(sendEnded_);
+}
+
+void ServerDispatcher::heartBeatLoop() {
+  sendResponse(makeU32Msg(HeartBeat, 0, 0));
+  while (!stopHeartBeat_) {
+    heartBeatEvent_.timedwait(heartBeatMs_.load());
+    sendResponse(makeU32Msg(HeartBeat, 0, 0));
+  }
+  signalFinished(heartBeatEnded_);
+}
+
+void ServerDispatcher::recvLoop() {
+  IOError err;
+  while (!stopRecv_) {
+    Msg hdr;
+    if (pipe_.recvMsgHdr(&hdr, err) != 0) {
+      if (err.code == IOError::kRecvFailed) stopRecv_ = true;
+      break;
+    }
+    if (stopRecv_ || !receiveOne(hdr)) break;
+  }
+  signalFinished(recvEnded_);
+}
+
+bool ServerDispatcher::receiveOne(const Msg& hdr) {
+  if (hdr.size < Msg::kHeaderSize || hdr.size > 0xFFFFFFFFull) {
+    dbgPrint("protocol error: header announces %llu bytes (type %u, seq %u); closing the conversation\n",
+             static_cast<unsigned long long>(hdr.size), hdr.type, hdr.seq);
+    logErr(kRespInvalidPayload, "protocol error: header announces %llu bytes (type %u, seq %u)",
+           static_cast<unsigned long long>(hdr.size), hdr.type, hdr.seq);
+    stopRecv_ = true;
+    return false;
+  }
+  if (hdr.seq == 0) {
+    pipe_.dropMsg(&hdr);
+    return true;
+  }
+  if (hdr.size > kMaxRequestSize) {
+    dbgPrint("request of %llu bytes (type %u, seq %u) refused\n", static_cast<unsigned long long>(hdr.size),
+             hdr.type, hdr.seq);
+    pipe_.dropMsg(&hdr);
+    sendGenericResponse(&hdr, kRespInvalidPayload, "Invalid request payload");
+    return true;
+  }
+  Msg* msg = allocMsgBuf(&hdr);
+  if (!msg) {
+    pipe_.dropMsg(&hdr);
+    return true;
+  }
+  IOError err;
+  if (pipe_.recvMsgRest(&hdr, msg, err) != 0) {
+    delete msg;
+    return true;
+  }
+  dispatch(msg);
+  return true;
+}
+
+void ServerDispatcher::dispatch(Msg* msg) {
+  switch (msg->type) {
+    case Terminate:
+      terminate(msg);
+      return;
+    case SetWorkDir:
+      setWorkDir(msg);
+      return;
+    case GetWorkDir:
+      getWorkDir(msg);
+      return;
+    case ToggleDbgLog:
+      toggleDbgLog(msg);
+      return;
+    case ToggleWrnLog:
+      toggleWrnLog(msg);
+      return;
+    case ToggleErrLog:
+      toggleErrLog(msg);
+      return;
+    case GetProtocolVersion:
+      getProtocolVersion(msg);
+      return;
+    case Echo:
+      sendGenericResponse(msg, kRespOk, "O.K. - Echo");
+      // Long-standing behaviour that clients depend on: the echo discards as many bytes again as its
+      // payload had, so an echo must carry no payload (size 16) and then nothing is discarded.
+      pipe_.dropMsg(msg);
+      delete msg;
+      return;
+    default:
+      break;
+  }
+  if (handleMessage(msg) == 0) return;
+  sendGenericResponse(msg, kRespUnknownRequest, "Unknown request");
+  delete msg;
+}
+
+void ServerDispatcher::terminate(Msg* msg) {
+  sendGenericResponse(msg, kRespOk, "O.K. DLL server is about terminate");
+  stopRecv_ = true;
+  delete msg;
+}
+
+void ServerDispatcher::setWorkDir(Msg* msg) {
+  // The path need not be terminated inside the payload; never read past it.
+  const std::string path(msg->payload(), strnlen(msg->payload(), msg->payloadSize()));
+  if (chdir(path.c_str()) == 0) {
+    sendGenericResponse(msg, kRespOk, "changed to new directory");
+  } else {
+    dbgPrint("chdir to %s failed\n", path.c_str());
+    sendGenericResponse(msg, kRespChdirFailed, "chdir failed");
+  }
+  delete msg;
+}
+
+void ServerDispatcher::getWorkDir(Msg* msg) {
+  char dir[kWorkDirLen - 1];
+  Msg* resp = getcwd(dir, sizeof dir) ? Msg::create(kWorkDirRespSize, SetWorkDir, msg->seq) : nullptr;
+  if (resp) {
+    strncpy(resp->payload(), dir, kWorkDirLen - 1);
+    sendResponse(resp);
+  } else {
+    sendGenericResponse(msg, kRespNoWorkDir, "Unable to get wdir");
+  }
+  delete msg;
+}
+
+void ServerDispatcher::toggleLog(Msg* msg, std::atomic<uint32_t>& offValue) {
+  // The value is kept as it lies in the message: only zero or non-zero matters, which byte order
+  // cannot change. A toggle too short to carry a value leaves the setting alone.
+  if (msg->payloadSize() < 4) {
+    sendGenericResponse(msg, kRespInvalidPayload, "Invalid request payload");
+  } else {
+    uint32_t raw;
+    memcpy(&raw, msg->payload(), sizeof raw);
+    offValue.store(raw);
+    sendGenericResponse(msg, kRespOk, "OK");
+  }
+  delete msg;
+}
+
+void ServerDispatcher::toggleDbgLog(Msg* msg) { toggleLog(msg, dbgLogOff_); }
+void ServerDispatcher::toggleWrnLog(Msg* msg) { toggleLog(msg, wrnLogOff_); }
+void ServerDispatcher::toggleErrLog(Msg* msg) { toggleLog(msg, errLogOff_); }
+
+void ServerDispatcher::getProtocolVersion(Msg* msg) {
+  sendResponse(makeU32Msg(ProtocolVersionResp, msg->seq, getProtocolVersion()));
+  delete msg;
+}
+
+void ServerDispatcher::queueLogText(uint32_t type, const std::atomic<uint32_t>& offValue, const char* fmt,
+                                    va_list args) {
+  if (offValue.load() != 0) return;
+  Msg* msg = Msg::create(kLogTextSize, type, 0);
+  if (!msg) return;
+  vsnprintf(msg->payload(), kLogTextLen, fmt, args);
+  sendResponse(msg);
+}
+
+void ServerDispatcher::logDbg(const char* fmt, ...) {
+  va_list args;
+  va_start(args, fmt);
+  queueLogText(LogDbg, dbgLogOff_, fmt, args);
+  va_end(args);
+}
+
+void ServerDispatcher::logWrn(const char* fmt, ...) {
+  va_list args;
+  va_start(args, fmt);
+  queueLogText(LogWrn, wrnLogOff_, fmt, args);
+  va_end(args);
+}
+
+void ServerDispatcher::logErr(int code, const char* fmt, ...) {
+  if (errLogOff_.load() != 0) return;
+  Msg* msg = Msg::create(kLogErrSize, LogErr, 0);
+  if (!msg) return;
+  // The code travels in the sender's host order, as the record has always carried it.
+  const int32_t hostCode = code;
+  memcpy(msg->payload(), &hostCode, sizeof hostCode);
+  va_list args;
+  va_start(args, fmt);
+  vsnprintf(msg->payload() + 4, kLogTextLen, fmt, args);
+  va_end(args);
+  sendResponse(msg);
+}
+
+void ServerDispatcher::dbgPrint(const char* fmt, ...) {
+  FILE* stream = debug_.load();
+  if (!stream) return;
+  va_list args;
+  va_start(args, fmt);
+  writeDebugLineV(stream, fmt, args);
+  va_end(args);
+}
+
+void ServerDispatcher::enableDispatcherDebug(FILE* f) {
+  debug_.store(f);
+  pipe_.enableDebug(f);
+}
+
+void ServerDispatcher::addContext(RequestContext* ctx) {
+  tiny::VMutexGuard guard(contextMutex_);
+  requestSet_.insert(ctx);
+}
+
+void ServerDispatcher::removeContext(RequestContext* ctx) {
+  tiny::VMutexGuard guard(contextMutex_);
+  if (requestSet_.erase(ctx) && requestSet_.empty()) reqSetEmptyEvent_.signal();
+}
+
+void ServerDispatcher::waitOnReqSetEmpty() {
+  for (;;) {
+    {
+      tiny::VMutexGuard guard(contextMutex_);
+      if (requestSet_.empty()) return;
+    }
+    reqSetEmptyEvent_.wait();
+  }
+}
+
+}  // namespace vcom
+}  // namespace vorlane

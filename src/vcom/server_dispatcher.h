@@ -1,0 +1,150 @@
+// The server side of the vcom protocol. Owns the pipe and three threads: the receive thread reads
+// every message, answers the built-in requests (Terminate, Get/SetWorkDir, the three log toggles,
+// GetProtocolVersion, Echo) and passes every other type to handleMessage; the send thread is the only
+// writer of the pipe and drains the send queues; the heartbeat thread queues a HeartBeat at once and
+// then once per interval. Any thread may queue a message with sendResponse.
+//
+// Ownership: the dispatcher owns every received message until a handler takes it. handleMessage
+// returning 0 means the handler took the message and deletes it; any other result leaves it with the
+// dispatcher, which answers "Unknown request" (code 5) with the request's sequence number and frees it.
+//
+// Protocol errors: a header announcing fewer than 16 bytes or more than 32 bits can come from no
+// correct peer and leaves no trustworthy frame boundary, so the conversation ends (a LogErr record is
+// queued and the receive loop stops; run() returns). A request above kMaxRequestSize is drained and
+// answered with code 2, so a confused parent can never make the server allocate gigabytes.
+//
+// Locking: the context mutex guards the queues and the request set and is never held while writing
+// to the pipe or waiting on an event. Stop flags and log-off values are atomics.
+#pragma once
+
+#include <atomic>
+#include <cstdio>
+#include <list>
+#include <set>
+
+#include <boost/noncopyable.hpp>
+
+#include "tiny/vevent.h"
+#include "tiny/vmutex.h"
+#include "vcom/message_types.h"
+#include "vcom/msg.h"
+#include "vcom/request_context.h"
+#include "vcom/unix_msg_pipe.h"
+
+namespace vorlane {
+namespace vcom {
+
+class ServerDispatcher : private boost::noncopyable {
+ public:
+  // The largest request the receive thread accepts (header included); the largest real one is a
+  // store request of 692 bytes or a working-directory path.
+  static const uint64_t kMaxRequestSize = 1 << 20;
+  static const long kDefaultHeartBeatMs = 60000;
+
+  // Builds the pipe from the descriptor numbers in cmdLine; starts nothing.
+  explicit ServerDispatcher(const char* cmdLine);
+
+  virtual unsigned getProtocolVersion() const = 0;
+  // Called on the receive thread for every type the dispatcher does not handle itself (see above).
+  virtual int handleMessage(Msg* msg);
+  // Stops the send thread (writing what is still queued), ends the heartbeat thread and joins the
+  // receive thread if its loop has ended. A receive thread still blocked in a read is left to the end
+  // of the process, so destroy a dispatcher only after run() returned or after the peer closed.
+  virtual ~ServerDispatcher();
+
+  // Starts the send, receive and heartbeat threads; false when the descriptors are missing (nothing
+  // started) or a thread could not be started.
+  bool init();
+  // Blocks until the receive loop, the send thread or the heartbeat thread has ended.
+  void run();
+  // Ends all three threads. Joins the receive thread, so its input must have ended or be ending.
+  void stop();
+  void stopSendThread();
+  void stopRecvThread();
+  void stopHeartBeat();
+
+  // Queues a message; the dispatcher owns it from now on (deleted at once once sending has stopped).
+  int sendResponse(Msg* msg);
+  // Queues a context whose response is ready; the send thread deletes the context.
+  int sendResponse(RequestContext* ctx);
+  // Queues a GenericResp with req's sequence number; text is cut to 255 characters. Null req: nothing.
+  int sendGenericResponse(const Msg* req, int code, const char* text);
+  // A zeroed buffer of the size hdr announces with its header copied in; null for a null header, a
+  // size below 16 or beyond 32 bits, or a failed allocation.
+  Msg* allocMsgBuf(const Msg* hdr) const;
+
+  // Log records for the client (seq 0), sent only while the stream's off-value is 0.
+  void logDbg(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+  void logWrn(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+  void logErr(int code, const char* fmt, ...) __attribute__((format(printf, 3, 4)));
+  // Local debug line; silent unless a debug stream was given.
+  void dbgPrint(const char* fmt, ...) __attribute__((format(printf, 2, 3)));
+  // Debug stream of the dispatcher and its pipe (null: silent). Set before init().
+  void enableDispatcherDebug(FILE* f);
+  // Heartbeat period; set before init(). Tests shorten it.
+  void setHeartBeatInterval(long ms) { heartBeatMs_.store(ms); }
+
+  void addContext(RequestContext* ctx);
+  void removeContext(RequestContext* ctx);
+  void waitOnReqSetEmpty();
+
+ protected:
+  // Built-in handlers; each takes and deletes msg.
+  void terminate(Msg* msg);
+  void getWorkDir(Msg* msg);
+  void setWorkDir(Msg* msg);
+  void toggleDbgLog(Msg* msg);
+  void toggleWrnLog(Msg* msg);
+  void toggleErrLog(Msg* msg);
+  void getProtocolVersion(Msg* msg);
+
+ private:
+  static void sendThreadEntry(void* self);
+  static void recvThreadEntry(void* self);
+  static void heartBeatThreadEntry(void* self);
+  void sendLoop();
+  void recvLoop();
+  void heartBeatLoop();
+  // Handles one received header; false ends the receive loop.
+  bool receiveOne(const Msg& hdr);
+  void dispatch(Msg* msg);
+  void toggleLog(Msg* msg, std::atomic<uint32_t>& offValue);
+  void queueLogText(uint32_t type, const std::atomic<uint32_t>& offValue, const char* fmt, va_list args);
+  bool waitOnSendQueue();
+  Msg* popFromSendQ();
+  void dropSendQueue();
+  void signalFinished(std::atomic<bool>& which);
+
+  tiny::VMutex contextMutex_;
+  std::set<RequestContext*> requestSet_;
+  std::list<RequestContext*> contextQueue_;
+  std::list<Msg*> messageQueue_;
+  tiny::VEvent sendEvent_;
+  tiny::VEvent queueDrainedEvent_;
+  tiny::VEvent reqSetEmptyEvent_;
+  tiny::VEvent finishedEvent_;
+  std::atomic<bool> stopRecv_;
+  std::atomic<bool> stopSend_;
+  UnixMsgPipe pipe_;
+  std::atomic<FILE*> debug_;
+  // A stream of log records is sent while its value is 0; all streams start switched on.
+  std::atomic<uint32_t> dbgLogOff_;
+  std::atomic<uint32_t> wrnLogOff_;
+  std::atomic<uint32_t> errLogOff_;
+  bool sendThreadStarted_;
+  unsigned long sendThread_;
+  bool recvThreadStarted_;
+  unsigned long recvThread_;
+  unsigned long heartBeatThread_;
+  tiny::VEvent heartBeatEvent_;
+  bool heartBeatStarted_;
+  std::atomic<bool> stopHeartBeat_;
+  std::atomic<long> heartBeatMs_;
+  // Which thread has ended; run() rechecks them, since an event wait may wake spuriously.
+  std::atomic<bool> recvEnded_;
+  std::atomic<bool> sendEnded_;
+  std::atomic<bool> heartBeatEnded_;
+};
+
+}  // namespace vcom
+}  // namespace vorlane
