@@ -1,0 +1,78 @@
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "stat/counter_catalogue.h"
+#include "stat/histogram_counter.h"
+
+// The full layout of every collection is checked by the complete report in report_test.cpp; these
+// tests cover what a report cannot show.
+
+TEST(Catalogue, RedefiningPurgesEarlierCollectionsAndStartsFromZero) {
+  Statistic statistic;
+  Statistic::CollectionPtr stray(new Collection);
+  statistic.addMessageCollection(stray);
+  defineCounters(statistic);
+  ASSERT_EQ(statistic.getMessageCollections().size(), 25u);
+  const Statistic::CollectionPtr first = statistic.getMessageCollections()[0];
+  statistic.addDomainInfo();
+  statistic.addMessageInfo("d", "u", "INBOX", Collection::MailFolder, "IPM.Note", 10, 1, 1, 1, 1, true, true);
+
+  defineCounters(statistic);
+  ASSERT_EQ(statistic.getMessageCollections().size(), 25u);
+  for (const Statistic::CollectionPtr& c : statistic.getMessageCollections()) {
+    EXPECT_NE(c, stray);
+    EXPECT_NE(c, first);
+    for (const auto& entry : c->getCounters()) EXPECT_EQ(entry.second->getCount(), 0u) << c->name;
+  }
+}
+
+// The numbers are the interface: 9 is plain text with RTF, 10 plain text with HTML.
+TEST(Catalogue, CounterNamesFollowTheTypeNumbers) {
+  struct Case {
+    unsigned int type;
+    const char* name;
+  };
+  const Case cases[] = {
+      {0, "Message count"},
+      {6, "Attachment size"},
+      {9, "Count of messages with plain text and RTF body"},
+      {10, "Count of messages with plain text and HTML body"},
+      {21, "Folder count per user - temporary"},
+      {22, "Domain count"},
+      {23, ""},
+  };
+  for (const Case& c : cases) EXPECT_STREQ(counterName(static_cast<Counter::Type>(c.type)), c.name) << c.type;
+}
+
+// Histograms are real histograms (the report shows buckets, not which class wrote them), and each
+// ends in the all-ones limit so that no sample is lost.
+TEST(Catalogue, EveryHistogramEndsWithTheAllOnesLimit) {
+  Statistic statistic;
+  defineCounters(statistic);
+  size_t histograms = 0;
+  for (const Statistic::CollectionPtr& c : statistic.getMessageCollections()) {
+    for (const auto& entry : c->getCounters()) {
+      const HistogramCounter* h = dynamic_cast<const HistogramCounter*>(entry.second.get());
+      if (h == nullptr) continue;
+      ++histograms;
+      ASSERT_FALSE(h->getHistogramData().empty());
+      EXPECT_EQ(h->getHistogramData().back().max, ~0ULL) << c->name << " " << h->getName();
+    }
+  }
+  // 7 mail collections with 9 histograms, 14 others with 4, one per-user summary.
+  EXPECT_EQ(histograms, 7u * 9 + 14u * 4 + 1);
+}
+
+// The temporary per-user counter is paired with its histogram wherever it exists; a collection
+// with one but not the other would drop users or never count them.
+TEST(Catalogue, PerUserCountersComeInPairs) {
+  Statistic statistic;
+  defineCounters(statistic);
+  for (const Statistic::CollectionPtr& c : statistic.getMessageCollections()) {
+    const bool temporary = static_cast<bool>(c->getCounter(Counter::FolderCountPerUserTemporary));
+    const bool histogram = static_cast<bool>(c->getCounter(Counter::FolderCountPerUser));
+    EXPECT_EQ(temporary, histogram) << c->name;
+  }
+}

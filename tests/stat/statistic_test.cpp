@@ -1,0 +1,292 @@
+// The aggregation rules, fed through the real catalogue: each fact must reach exactly the
+// collections (and counters) it belongs to.
+#include <set>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "stat/counter_catalogue.h"
+#include "stat/histogram_counter.h"
+#include "stat/statistic.h"
+
+namespace {
+
+typedef std::set<std::string> Names;
+
+const Collection::FolderType kMail = Collection::MailFolder;
+
+// The named collection's counter of the given type; fails the test when either is missing.
+Counter& counterOf(const Statistic& statistic, const std::string& collection, Counter::Type type) {
+  for (const Statistic::CollectionPtr& c : statistic.getMessageCollections()) {
+    if (c->name != collection) continue;
+    const Collection::CounterPtr counter = c->getCounter(type);
+    if (!counter) throw std::runtime_error(collection + " has no counter " + std::to_string(type));
+    return *counter;
+  }
+  throw std::runtime_error("no collection " + collection);
+}
+
+// The collections whose counter of that type has at least one sample.
+Names fedCollections(const Statistic& statistic, Counter::Type type) {
+  Names names;
+  for (const Statistic::CollectionPtr& c : statistic.getMessageCollections()) {
+    const Collection::CounterPtr counter = c->getCounter(type);
+    if (counter && counter->getCount() != 0) names.insert(c->name);
+  }
+  return names;
+}
+
+unsigned long long totalSamples(const Statistic& statistic) {
+  unsigned long long total = 0;
+  for (const Statistic::CollectionPtr& c : statistic.getMessageCollections())
+    for (const auto& entry : c->getCounters()) total += entry.second->getCount();
+  return total;
+}
+
+class StatisticTest : public ::testing::Test {
+ protected:
+  void SetUp() override { defineCounters(statistic); }
+
+  void message(const char* domain, const char* user, const char* folder, Collection::FolderType type,
+               unsigned long long size, unsigned long long header, unsigned long long plain = 0,
+               unsigned long long html = 0, unsigned long long rtf = 0, const char* messageClass = "IPM.Note",
+               bool isSigned = false, bool isEncrypted = false) {
+    statistic.addMessageInfo(domain, user, folder, type, messageClass, size, header, plain, html, rtf, isSigned,
+                             isEncrypted);
+  }
+
+  Statistic statistic;
+};
+
+const char* const kSummaryNote = "IPF.Note - any folder type";
+const char* const kSummaryAny = "Any folder class - any folder type";
+const char* const kSummaryUser = "Any folder class - user folders";
+
+}  // namespace
+
+TEST_F(StatisticTest, EachFolderFeedsExactlyItsCollections) {
+  struct Case {
+    const char* domain;
+    const char* user;
+    const char* folder;
+    Collection::FolderType type;
+    Names expected;
+  };
+  const Case cases[] = {
+      {"example.com", "alice", "Sent Items", kMail,
+       {"IPF.Note - folder Sent Items", kSummaryNote, kSummaryAny, kSummaryUser}},
+      {"example.com", "alice", "sent items", kMail,
+       {"IPF.Note - folder Sent Items", kSummaryNote, kSummaryAny, kSummaryUser}},
+      {"example.com", "alice", "Archive", kMail, {"IPF.Note - other folders", kSummaryNote, kSummaryAny, kSummaryUser}},
+      {"example.com", "alice", "INBOX/Orders", kMail,
+       {"IPF.Note - other folders", kSummaryNote, kSummaryAny, kSummaryUser}},
+      {"#public", "Projects", "Plans", kMail, {"IPF.Note - public folders", kSummaryNote, kSummaryAny}},
+      {"example.com", "#public", "Shared", kMail, {"IPF.Note - public folders", kSummaryNote, kSummaryAny}},
+      // Notes have no "other folders" collection.
+      {"example.com", "alice", "Ideas", Collection::NotesFolder, {kSummaryAny, kSummaryUser}},
+      {"example.com", "alice", "Notes", Collection::NotesFolder,
+       {"IPF.StickyNote - folder Notes", kSummaryAny, kSummaryUser}},
+      {"example.com", "alice", "Contacts", Collection::ContactsFolder,
+       {"IPF.Contact - folder Contacts", kSummaryAny, kSummaryUser}},
+      {"example.com", "alice", "Friends", Collection::ContactsFolder,
+       {"IPF.Contact - other folders", kSummaryAny, kSummaryUser}},
+      {"#public", "Staff", "", Collection::CalendarFolder, {"IPF.Appointment - public folders", kSummaryAny}},
+      {"example.com", "alice", "Calendar", Collection::CalendarFolder,
+       {"IPF.Appointment - folder Calendar", kSummaryAny, kSummaryUser}},
+  };
+  for (const Case& c : cases) {
+    defineCounters(statistic);
+    message(c.domain, c.user, c.folder, c.type, 100, 10);
+    EXPECT_EQ(fedCollections(statistic, Counter::MessageCount), c.expected) << "message in " << c.folder;
+
+    defineCounters(statistic);
+    statistic.addFolderInfo(c.domain, c.user, c.folder, c.type, 100, 1);
+    Names expected;
+    for (const std::string& name : c.expected)
+      if (name != kSummaryNote) expected.insert(name);  // the note summary keeps no folder counters
+    // Folder counters are spread: per-folder histograms, the one folder count, the per-user counts.
+    Names fed = fedCollections(statistic, Counter::MessageCountPerFolder);
+    for (Counter::Type type : {Counter::FolderCount, Counter::FolderCountPerUserTemporary}) {
+      const Names more = fedCollections(statistic, type);
+      fed.insert(more.begin(), more.end());
+    }
+    EXPECT_EQ(fed, expected) << "folder " << c.folder;
+  }
+}
+
+TEST_F(StatisticTest, MessageSizesFeedTheirHistograms) {
+  message("example.com", "alice", "INBOX", kMail, 5000, 1000, 2000);
+  const char* inbox = "IPF.Note - folder INBOX";
+  EXPECT_EQ(counterOf(statistic, inbox, Counter::MessageSize).getSum(), 5000u);
+  EXPECT_EQ(counterOf(statistic, inbox, Counter::MessageHeaderSize).getSum(), 1000u);
+  EXPECT_EQ(counterOf(statistic, inbox, Counter::PlainTextBodySize).getSum(), 2000u);
+  EXPECT_EQ(counterOf(statistic, inbox, Counter::HtmlBodySize).getCount(), 0u);
+  EXPECT_EQ(counterOf(statistic, inbox, Counter::RtfBodySize).getCount(), 0u);
+  EXPECT_EQ(counterOf(statistic, inbox, Counter::AttachmentSize).getSum(), 2000u);
+  EXPECT_EQ(counterOf(statistic, kSummaryAny, Counter::MessageSize).getSum(), 5000u);
+  EXPECT_EQ(counterOf(statistic, kSummaryNote, Counter::OnlyPlainTextCount).getCount(), 1u);
+}
+
+// A zero size and header still count as samples; only bodies of size 0 do not exist.
+TEST_F(StatisticTest, EmptyMessageStillCountsItsSizeAndHeader) {
+  message("example.com", "alice", "INBOX", kMail, 0, 0);
+  const char* inbox = "IPF.Note - folder INBOX";
+  EXPECT_EQ(counterOf(statistic, inbox, Counter::MessageCount).getCount(), 1u);
+  EXPECT_EQ(counterOf(statistic, inbox, Counter::MessageSize).getCount(), 1u);
+  EXPECT_EQ(counterOf(statistic, inbox, Counter::MessageHeaderSize).getCount(), 1u);
+  EXPECT_EQ(counterOf(statistic, inbox, Counter::PlainTextBodySize).getCount(), 0u);
+  EXPECT_EQ(counterOf(statistic, inbox, Counter::AttachmentSize).getCount(), 0u);
+}
+
+TEST_F(StatisticTest, BodyCombinationFeedsAtMostOneCounter) {
+  struct Case {
+    unsigned long long plain, html, rtf;
+    int expected;  // a Counter::Type, or -1 for none
+  };
+  const Case cases[] = {
+      {1, 0, 0, Counter::OnlyPlainTextCount},    {0, 1, 0, Counter::OnlyHtmlCount},
+      {1, 1, 0, Counter::PlainTextAndHtmlCount}, {1, 0, 1, Counter::PlainTextAndRtfCount},
+      {1, 1, 1, Counter::PlainTextHtmlAndRtfCount}, {0, 1, 1, -1},
+      {0, 0, 1, -1},                             {0, 0, 0, -1},
+  };
+  const Counter::Type combinations[] = {Counter::OnlyPlainTextCount, Counter::OnlyHtmlCount,
+                                        Counter::PlainTextAndRtfCount, Counter::PlainTextAndHtmlCount,
+                                        Counter::PlainTextHtmlAndRtfCount};
+  for (const Case& c : cases) {
+    defineCounters(statistic);
+    message("example.com", "alice", "INBOX", kMail, 100000, 100, c.plain, c.html, c.rtf);
+    for (Counter::Type type : combinations)
+      EXPECT_EQ(counterOf(statistic, kSummaryNote, type).getCount(), static_cast<int>(type) == c.expected ? 1u : 0u)
+          << "plain " << c.plain << " html " << c.html << " rtf " << c.rtf << " counter " << type;
+  }
+}
+
+// Size minus header and bodies, on the low 32 bits in signed 32-bit arithmetic; only results over
+// 1024 are attachments.
+TEST_F(StatisticTest, AttachmentSizeUsesWrapping32BitDifference) {
+  struct Case {
+    unsigned long long size, header, plain, html, rtf;
+    long long expected;  // -1: no sample
+  };
+  const Case cases[] = {
+      {5000, 1000, 2000, 0, 0, 2000},
+      {4024, 1000, 2000, 0, 0, -1},  // exactly 1024 left: no sample
+      {4025, 1000, 2000, 0, 0, 1025},
+      {3000, 1000, 2000, 0, 0, -1},
+      {100, 5000, 0, 0, 0, -1},                               // negative
+      {5000, 100, 100, 100, 100, 4600},
+      {(1ULL << 32) + 5000, 1000, 0, 0, 0, 4000},             // only the low 32 bits count
+      {0xC0000000ULL, 0, 0, 0, 0, -1},                        // 3 GiB is negative in 32 bits
+      {0x7FFFFFFFULL, 0, 0, 0, 0, 0x7FFFFFFF},
+      {5000, (1ULL << 32) + 1000, 0, 0, 0, 4000},
+      {2000, 0xFFFFFFFFULL, 0, 0, 0, 2001},                   // parts wrap to -1
+  };
+  for (const Case& c : cases) {
+    defineCounters(statistic);
+    message("example.com", "alice", "INBOX", kMail, c.size, c.header, c.plain, c.html, c.rtf);
+    const Counter& attachment = counterOf(statistic, "IPF.Note - folder INBOX", Counter::AttachmentSize);
+    if (c.expected < 0) {
+      EXPECT_EQ(attachment.getCount(), 0u) << "size " << c.size << " header " << c.header;
+    } else {
+      EXPECT_EQ(attachment.getCount(), 1u) << "size " << c.size << " header " << c.header;
+      EXPECT_EQ(attachment.getSum(), static_cast<unsigned long long>(c.expected)) << "size " << c.size;
+    }
+  }
+}
+
+TEST_F(StatisticTest, DistributionListClassIsMatchedExactly) {
+  message("example.com", "alice", "Contacts", Collection::ContactsFolder, 10, 0, 0, 0, 0, "IPM.DistList");
+  message("example.com", "alice", "Contacts", Collection::ContactsFolder, 10, 0, 0, 0, 0, "ipm.distlist");
+  message("example.com", "alice", "Contacts", Collection::ContactsFolder, 10, 0, 0, 0, 0, "IPM.DistList.X");
+  message("example.com", "alice", "INBOX", kMail, 10, 0, 0, 0, 0, "IPM.DistList");
+  EXPECT_EQ(fedCollections(statistic, Counter::DistributionListCount), Names{"IPF.Contact - any folder type"});
+  EXPECT_EQ(counterOf(statistic, "IPF.Contact - any folder type", Counter::DistributionListCount).getCount(), 1u);
+}
+
+TEST_F(StatisticTest, SignedAndEncryptedMessagesCountTheirSizes) {
+  message("example.com", "alice", "INBOX", kMail, 3000, 100, 0, 0, 0, "IPM.Note", true, false);
+  message("example.com", "alice", "Archive", kMail, 7000, 100, 0, 0, 0, "IPM.Note", true, true);
+  message("example.com", "alice", "INBOX", kMail, 500, 100);
+  EXPECT_EQ(counterOf(statistic, kSummaryNote, Counter::SignedMessageCount).getCount(), 2u);
+  EXPECT_EQ(counterOf(statistic, kSummaryNote, Counter::SignedMessageSize).getSum(), 10000u);
+  EXPECT_EQ(counterOf(statistic, kSummaryNote, Counter::SignedMessageSize).getMax(), 7000u);
+  EXPECT_EQ(counterOf(statistic, kSummaryNote, Counter::EncryptedMessageCount).getCount(), 1u);
+  EXPECT_EQ(counterOf(statistic, kSummaryNote, Counter::EncryptedMessageSize).getSum(), 7000u);
+  EXPECT_EQ(fedCollections(statistic, Counter::SignedMessageCount), Names{kSummaryNote});
+}
+
+TEST_F(StatisticTest, EmptyFolderCountsAsFolderButNotInFolderSize) {
+  statistic.addFolderInfo("example.com", "alice", "Drafts", kMail, 0, 0);
+  const char* drafts = "IPF.Note - folder Drafts";
+  EXPECT_EQ(counterOf(statistic, kSummaryAny, Counter::FolderCount).getCount(), 1u);
+  EXPECT_EQ(counterOf(statistic, drafts, Counter::FolderSize).getCount(), 0u);
+  const HistogramCounter& perFolder =
+      dynamic_cast<const HistogramCounter&>(counterOf(statistic, drafts, Counter::MessageCountPerFolder));
+  EXPECT_EQ(perFolder.getCount(), 1u);
+  EXPECT_EQ(perFolder.getSum(), 0u);
+  EXPECT_EQ(perFolder.getHistogramData()[0].max, 1u);  // no bucket 0: an empty folder is in bucket "1"
+  EXPECT_EQ(perFolder.getHistogramData()[0].count, 1u);
+  EXPECT_EQ(counterOf(statistic, drafts, Counter::FolderCountPerUserTemporary).getCount(), 1u);
+}
+
+TEST_F(StatisticTest, FolderWithoutUserOrNameIsIgnoredExceptThePublicRoot) {
+  statistic.addFolderInfo("example.com", "", "INBOX", kMail, 100, 1);
+  statistic.addFolderInfo("#public", "", "Plans", kMail, 100, 1);
+  statistic.addFolderInfo("example.com", "alice", "", kMail, 100, 1);
+  statistic.addFolderInfo("example.com", "#public", "", kMail, 100, 1);
+  EXPECT_EQ(totalSamples(statistic), 0u);
+
+  statistic.addFolderInfo("#public", "Projects", "", kMail, 100, 1);
+  EXPECT_EQ(fedCollections(statistic, Counter::FolderCount), Names{kSummaryAny});
+  EXPECT_EQ(counterOf(statistic, "IPF.Note - public folders", Counter::FolderSize).getSum(), 100u);
+}
+
+TEST_F(StatisticTest, DomainsAreCountedOnlyWhereTheCounterExists) {
+  statistic.addDomainInfo();
+  statistic.addDomainInfo();
+  EXPECT_EQ(fedCollections(statistic, Counter::DomainCount), Names{kSummaryAny});
+  EXPECT_EQ(counterOf(statistic, kSummaryAny, Counter::DomainCount).getCount(), 2u);
+  EXPECT_EQ(totalSamples(statistic), 2u);
+}
+
+// Every user adds one sample to each per-user histogram whose public type fits, matching folders or not.
+TEST_F(StatisticTest, UsersFeedPerUserHistogramsOfTheirPublicType) {
+  statistic.resetUserCounters("example.com", "alice");
+  statistic.addFolderInfo("example.com", "alice", "INBOX", kMail, 10, 1);
+  statistic.addFolderInfo("example.com", "alice", "Archive", kMail, 10, 1);
+  statistic.addFolderInfo("example.com", "alice", "Old", kMail, 10, 1);
+  statistic.mergeUserCounters("example.com", "alice");
+  statistic.resetUserCounters("example.com", "bob");
+  statistic.mergeUserCounters("example.com", "bob");
+
+  const Counter& inbox = counterOf(statistic, "IPF.Note - folder INBOX", Counter::FolderCountPerUser);
+  EXPECT_EQ(inbox.getCount(), 2u);
+  EXPECT_EQ(inbox.getSum(), 1u);
+  const Counter& other = counterOf(statistic, "IPF.Note - other folders", Counter::FolderCountPerUser);
+  EXPECT_EQ(other.getCount(), 2u);
+  EXPECT_EQ(other.getSum(), 2u);
+  const HistogramCounter& users =
+      dynamic_cast<const HistogramCounter&>(counterOf(statistic, kSummaryUser, Counter::FolderCountPerUser));
+  EXPECT_EQ(users.getHistogramData()[0].count, 1u);  // bob, no folder at all
+  EXPECT_EQ(users.getHistogramData()[3].count, 1u);  // alice, three folders
+  EXPECT_EQ(counterOf(statistic, "IPF.Journal - folder Journal", Counter::FolderCountPerUser).getCount(), 2u);
+  EXPECT_EQ(counterOf(statistic, "IPF.Journal - public folders", Counter::FolderCountPerUser).getCount(), 0u);
+
+  // The public tree is gathered like one user of the public collections only.
+  statistic.resetUserCounters("#public", "");
+  statistic.addFolderInfo("#public", "Projects", "", kMail, 10, 1);
+  statistic.mergeUserCounters("#public", "");
+  EXPECT_EQ(counterOf(statistic, "IPF.Note - public folders", Counter::FolderCountPerUser).getSum(), 1u);
+  EXPECT_EQ(counterOf(statistic, "IPF.Journal - public folders", Counter::FolderCountPerUser).getCount(), 1u);
+  EXPECT_EQ(users.getCount(), 2u);
+}
+
+TEST_F(StatisticTest, PurgeDropsEveryCollection) {
+  statistic.purge();
+  EXPECT_TRUE(statistic.getMessageCollections().empty());
+  statistic.addDomainInfo();
+  statistic.addMessageInfo("d", "u", "INBOX", kMail, "IPM.Note", 1, 1, 1, 1, 1, true, true);
+  EXPECT_TRUE(statistic.getMessageCollections().empty());
+}
