@@ -41,5 +41,24 @@ static_assert(offsetof(ProcessStoreReqBuffT, osCode) == 672, "osCode offset");
 static_assert(sizeof(EventBuffT) == 1040, "EventBuffT wire size");
 static_assert(offsetof(EventBuffT, processed) == 1024, "processed offset");
 
+// Wire forms of the payloads: the struct layouts with every integer big-endian and every string cut to
+// its field width minus one and zero-padded.
+const size_t kProcessStoreReqWireSize = sizeof(ProcessStoreReqBuffT);  // 676
+const size_t kEventWireSize = sizeof(EventBuffT);                      // 1040
+// Whole message sizes, header included.
+const uint64_t kProgressAsyncSize = 16 + kEventWireSize;        // 1056
+const uint64_t kProcessStoreSize = 16 + kProcessStoreReqWireSize;  // 692
+const uint64_t kStatRespSize = 20;  // ProcessStoreResp and StopProcessingResp
+
+// out must hold kProcessStoreReqWireSize bytes.
+void encodeProcessStoreRequest(const ProcessStoreReqBuffT& req, char* out);
+// Reads a request payload of len bytes into host order. Never reads past len: a shorter payload is
+// refused (false, req zeroed) rather than taken from bytes that are not there; extra bytes are ignored.
+bool decodeProcessStoreRequest(const char* payload, size_t len, ProcessStoreReqBuffT& req);
+// out must hold kEventWireSize bytes.
+void encodeEvent(const EventBuffT& ev, char* out);
+// Reads an event payload like decodeProcessStoreRequest.
+bool decodeEvent(const char* payload, size_t len, EventBuffT& ev);
+
 }  // namespace vstat
 }  // namespace vorlane

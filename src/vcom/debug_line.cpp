@@ -3,6 +3,8 @@
 #include <cstring>
 #include <ctime>
 
+#include "tiny/time_utils.h"
+
 namespace vorlane {
 namespace vcom {
 
@@ -10,7 +12,7 @@ void writeDebugLineV(FILE* stream, const char* fmt, va_list args) {
   if (!stream || !fmt) return;
   char stamp[64];
   const time_t now = time(nullptr);
-  if (!ctime_r(&now, stamp)) stamp[0] = '\0';
+  if (!tiny::v_ctime_r(&now, stamp)) stamp[0] = '\0';
   stamp[strcspn(stamp, "\n")] = '\0';
   flockfile(stream);
   fputs(stamp, stream);
