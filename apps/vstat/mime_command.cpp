@@ -1,15 +1,103 @@
-// Placeholder until the mime command lands.
-#include <cstdio>
+#include "mime_command.h"
+
+#include <sys/stat.h>
+
+#include <cerrno>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <string>
+#include <vector>
 
 #include "commands.h"
+#include "json_writer.h"
+#include "mime/mail_struct.h"
+#include "mime_tree_output.h"
+#include "utils/vfile.h"
 
 namespace vorlane {
 namespace cli {
 
-int runMimeCommand(int, char**) {
-  std::fprintf(stderr, "vstat mime: not available in this build\n");
-  return 2;
+namespace {
+
+void printUsage(std::ostream& err) { err << "usage: vstat mime [--json] FILE...\n"; }
+
+// Parses one file and writes its tree; false (with a message on `err`) when the file cannot be read.
+bool showFile(const char* path, bool asJson, std::ostream& out, std::ostream& err) {
+  struct stat64 info;
+  if (stat64(path, &info) != 0) {
+    err << "vstat mime: cannot stat " << path << ": " << std::strerror(errno) << '\n';
+    return false;
+  }
+  if (!S_ISREG(info.st_mode)) {
+    err << "vstat mime: " << path << " is not a regular file\n";
+    return false;
+  }
+  utils::VFile file;
+  if (!file.open(path, "r")) {
+    err << "vstat mime: cannot open " << path << ": " << std::strerror(errno) << '\n';
+    return false;
+  }
+  std::unique_ptr<mime::mail_struct> tree(mime::mail_struct::parse(&file));
+  file.close();
+
+  if (asJson) {
+    JsonWriter json(out);
+    json.beginObject();
+    json.key("file").value(path);
+    json.key("parsed").value(tree != nullptr);
+    json.key("tree");
+    if (tree) {
+      writeMimeTreeJson(json, tree.get());
+    } else {
+      json.null();
+    }
+    json.endObject();
+    out << '\n';
+  } else {
+    out << path << " (" << info.st_size << " bytes)\n";
+    if (tree) {
+      writeMimeTreeText(out, tree.get());
+    } else {
+      out << "not parsed: parts nested deeper than " << mime::MIME_MAX_DEPTH << " levels\n";
+    }
+  }
+  return true;
 }
+
+}  // namespace
+
+int runMimeCommandTo(int argc, char** argv, std::ostream& out, std::ostream& err) {
+  bool asJson = false;
+  std::vector<const char*> files;
+  bool optionsDone = false;
+  for (int i = 0; i < argc; ++i) {
+    const char* arg = argv[i];
+    if (!optionsDone && std::strcmp(arg, "--json") == 0) {
+      asJson = true;
+    } else if (!optionsDone && std::strcmp(arg, "--") == 0) {
+      optionsDone = true;
+    } else if (!optionsDone && arg[0] == '-' && arg[1] != '\0') {
+      err << "vstat mime: unknown option '" << arg << "'\n";
+      printUsage(err);
+      return 2;
+    } else {
+      files.push_back(arg);
+    }
+  }
+  if (files.empty()) {
+    printUsage(err);
+    return 2;
+  }
+  int status = 0;
+  for (const char* path : files) {
+    if (!showFile(path, asJson, out, err)) status = 1;
+  }
+  out.flush();
+  return status;
+}
+
+int runMimeCommand(int argc, char** argv) { return runMimeCommandTo(argc, argv, std::cout, std::cerr); }
 
 }  // namespace cli
 }  // namespace vorlane

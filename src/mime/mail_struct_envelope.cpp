@@ -41,7 +41,7 @@ std::string strip_comments(const char* value) {
   return out;
 }
 
-// Deeper nesting than this is not probed: a hostile message must not exhaust the stack.
+// Alternatives nested deeper than this are not followed by the attachment probe.
 constexpr int MAX_PROBE_BOUNDARIES = 64;
 
 }  // namespace
@@ -144,7 +144,6 @@ std::unique_ptr<mail_struct_envelope> mail_struct_envelope::parse(utils::VFileSt
 int mail_struct_envelope::find_attachments(utils::VFileStream* stream, parse_status* status,
                                            const char* boundary) {
   const int level = status->boundary_count;
-  if (level >= MAX_PROBE_BOUNDARIES) return has_attachment;
   status->push_boundary(boundary);
   while (mime_get_line(stream, status, nullptr)) {
   }
@@ -156,19 +155,21 @@ int mail_struct_envelope::find_attachments(utils::VFileStream* stream, parse_sta
     const char* sub_boundary = part.content_params.get("boundary");
     if (equals_nocase(type, "multipart") && equals_nocase(part.content_subtype.get(), "alternative") &&
         sub_boundary != nullptr) {
-      if (part.find_attachments(stream, status, sub_boundary) != 0) {
-        has_attachment = 1;
-        break;
-      }
-      // When the alternative closed itself, its epilogue runs up to the next boundary of this multipart;
-      // otherwise a boundary of this multipart already ended it.
-      if (status->boundary_count == level + 1 && status->boundary_hit == 1 && status->end_flag == 1) {
-        while (mime_get_line(stream, status, nullptr)) {
+      // Deeper alternatives are skipped like text: hostile nesting must not exhaust the stack.
+      if (status->boundary_count < MAX_PROBE_BOUNDARIES) {
+        if (part.find_attachments(stream, status, sub_boundary) != 0) {
+          has_attachment = 1;
+          break;
         }
+        // When the alternative closed itself, its epilogue runs up to the next boundary of this
+        // multipart; otherwise a boundary of this multipart already ended it.
+        if (status->boundary_count == level + 1 && status->boundary_hit == 1 && status->end_flag == 1) {
+          while (mime_get_line(stream, status, nullptr)) {
+          }
+        }
+        continue;
       }
-      continue;
-    }
-    if (part.has_attachment != 0 || (type != nullptr && strcasecmp(type, "text") != 0)) {
+    } else if (part.has_attachment != 0 || (type != nullptr && strcasecmp(type, "text") != 0)) {
       // A part without Content-Type is text/plain by default and no attachment.
       has_attachment = 1;
       break;

@@ -1,0 +1,22 @@
+// Renders a parsed MIME part tree for people (an indented outline) and for programs (JSON), with every
+// count the parser keeps per part. Only reads the tree.
+#pragma once
+
+#include <ostream>
+
+#include "json_writer.h"
+#include "mime/mail_struct.h"
+
+namespace vorlane {
+namespace cli {
+
+// One line per part, children indented by two blanks under their parent:
+//   type/subtype [boundary="..."] header B/L body B/L total B/L [uuencoded]
+void writeMimeTreeText(std::ostream& out, const mime::mail_struct* root);
+
+// {"type", "subtype", "header_bytes", "header_lines", "body_bytes", "body_lines", "total_bytes",
+//  "total_lines", "uuencoded", "children": [...]}; an enclosed message is the only child of its part.
+void writeMimeTreeJson(JsonWriter& json, const mime::mail_struct* node);
+
+}  // namespace cli
+}  // namespace vorlane

@@ -1,0 +1,128 @@
+#include "mime_command.h"
+
+#include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "json_writer.h"
+
+namespace vorlane {
+namespace cli {
+namespace {
+
+class MimeCommandTest : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    char pattern[] = "/tmp/vstat_mime_test_XXXXXX";
+    ASSERT_NE(mkdtemp(pattern), nullptr);
+    dir_ = pattern;
+  }
+  void TearDown() override {
+    for (const std::string& f : files_) unlink(f.c_str());
+    rmdir(dir_.c_str());
+  }
+
+  std::string writeFile(const std::string& name, const std::string& content) {
+    const std::string path = dir_ + "/" + name;
+    std::ofstream(path, std::ios::binary) << content;
+    files_.push_back(path);
+    return path;
+  }
+
+  int run(std::vector<std::string> args) {
+    std::vector<char*> argv;
+    for (std::string& a : args) argv.push_back(&a[0]);
+    out_.str("");
+    err_.str("");
+    return runMimeCommandTo(static_cast<int>(argv.size()), argv.data(), out_, err_);
+  }
+
+  std::string dir_;
+  std::vector<std::string> files_;
+  std::ostringstream out_;
+  std::ostringstream err_;
+};
+
+// Counts worked out by hand: header 42 bytes + empty line; preamble "--b\n" (4); the part's empty header
+// line (1) and "hi" without the LF that goes to the closing boundary (2); LF + "--b--\n" (7).
+TEST_F(MimeCommandTest, JsonOutputCarriesEveryCountOfEveryPart) {
+  const std::string path = writeFile("m.eml", "Content-Type: multipart/mixed; boundary=b\n\n--b\n\nhi\n--b--\n");
+  ASSERT_EQ(run({"--json", path}), 0);
+  EXPECT_EQ(out_.str(),
+            "{\"file\":\"" + path +
+                "\",\"parsed\":true,\"tree\":{\"type\":\"multipart\",\"subtype\":\"mixed\",\"header_bytes\":42,"
+                "\"header_lines\":1,\"body_bytes\":14,\"body_lines\":4,\"total_bytes\":57,\"total_lines\":6,"
+                "\"uuencoded\":false,\"children\":[{\"type\":\"text\",\"subtype\":\"plain\",\"header_bytes\":0,"
+                "\"header_lines\":0,\"body_bytes\":2,\"body_lines\":1,\"total_bytes\":3,\"total_lines\":2,"
+                "\"uuencoded\":false,\"children\":[]}]}}\n");
+}
+
+TEST_F(MimeCommandTest, TextOutputIndentsChildrenUnderTheirPart) {
+  const std::string path = writeFile("fwd.eml",
+                                     "Content-Type: multipart/mixed; boundary=\"x y\"\n\n--x y\n"
+                                     "Content-Type: message/rfc822\n\nSubject: inner\n\nbegin 644 f\n#86)C\nend\n"
+                                     "--x y--\n");
+  ASSERT_EQ(run({path}), 0);
+  const std::string text = out_.str();
+  EXPECT_NE(text.find("\nmultipart/mixed boundary=\"x y\" header "), std::string::npos) << text;
+  EXPECT_NE(text.find("\n  message/rfc822 header 29B/1L"), std::string::npos) << text;
+  EXPECT_NE(text.find("\n    text/plain header 15B/1L body 21B/3L total 37B/5L uuencoded\n"), std::string::npos)
+      << text;
+}
+
+TEST_F(MimeCommandTest, RejectedMessageIsReportedAsNotParsed) {
+  std::string deep;
+  for (int i = 0; i < 201; ++i) deep += "Content-Type: message/rfc822\n\n";
+  const std::string path = writeFile("deep.eml", deep);
+  ASSERT_EQ(run({"--json", path}), 0);
+  EXPECT_EQ(out_.str(), "{\"file\":\"" + path + "\",\"parsed\":false,\"tree\":null}\n");
+}
+
+TEST_F(MimeCommandTest, UnreadableFilesAreNamedAndTheOthersStillShown) {
+  const std::string good = writeFile("good.eml", "\nbody\n");
+  const std::string missing = dir_ + "/missing.eml";
+  EXPECT_EQ(run({"--json", missing, dir_, good}), 1);
+  EXPECT_NE(err_.str().find(missing + ": No such file or directory"), std::string::npos) << err_.str();
+  EXPECT_NE(err_.str().find(dir_ + " is not a regular file"), std::string::npos) << err_.str();
+  EXPECT_EQ(out_.str().find("missing"), std::string::npos);
+  EXPECT_NE(out_.str().find("\"file\":\"" + good + "\""), std::string::npos);
+}
+
+TEST_F(MimeCommandTest, UsageErrorsExitWithTwo) {
+  for (const std::vector<std::string>& args :
+       {std::vector<std::string>{}, std::vector<std::string>{"--json"}, std::vector<std::string>{"--xml", "f"}}) {
+    EXPECT_EQ(run(args), 2);
+    EXPECT_NE(err_.str().find("usage: vstat mime"), std::string::npos);
+  }
+  // After "--" a name that starts with a hyphen is a file.
+  EXPECT_EQ(run({"--", "-not-there"}), 1);
+}
+
+TEST(JsonWriter, QuotesControlsQuotesAndInvalidUtf8) {
+  struct Case { const char* in; const char* out; };
+  for (const Case& c : {Case{"plain", "\"plain\""}, Case{"a\"b\\c", "\"a\\\"b\\\\c\""},
+                        Case{"\r\n\t\x01\x7f", "\"\\r\\n\\t\\u0001\\u007f\""}, Case{"gr\xc3\xbc\xc3\x9f", "\"gr\xc3\xbc\xc3\x9f\""},
+                        Case{"\xe2\x82\xac \xf0\x9f\x98\x80", "\"\xe2\x82\xac \xf0\x9f\x98\x80\""},
+                        Case{"bad\xff", "\"bad\\ufffd\""}, Case{"cut\xc3", "\"cut\\ufffd\""},
+                        Case{"overlong\xc0\xaf", "\"overlong\\ufffd\\ufffd\""},
+                        Case{"surrogate\xed\xa0\x80", "\"surrogate\\ufffd\\ufffd\\ufffd\""}}) {
+    EXPECT_EQ(JsonWriter::quote(c.in), c.out) << c.in;
+  }
+}
+
+TEST(JsonWriter, PlacesCommasBetweenItemsOnly) {
+  std::ostringstream out;
+  JsonWriter json(out);
+  json.beginObject().key("a").beginArray().value(1LL).value(true).null().beginObject().endObject().endArray();
+  json.key("b").value("x").key("c").beginArray().endArray().endObject();
+  EXPECT_EQ(out.str(), "{\"a\":[1,true,null,{}],\"b\":\"x\",\"c\":[]}");
+}
+
+}  // namespace
+}  // namespace cli
+}  // namespace vorlane

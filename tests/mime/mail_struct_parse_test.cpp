@@ -1,0 +1,271 @@
+#include <gtest/gtest.h>
+
+#include <string>
+
+#include "mail_struct_test_support.h"
+#include "mime/parse_status.h"
+
+namespace vorlane {
+namespace mime {
+namespace {
+
+using testing::childAt;
+using testing::childCount;
+using testing::parseText;
+
+// Every byte of a well-formed message lands in exactly one place: the line end before a boundary goes
+// with the boundary line, boundary lines and preamble and epilogue to the multipart.
+TEST(MailStructParse, AccountsPreamblePartsBoundariesAndEpilogue) {
+  const std::string header = "Content-Type: multipart/mixed; boundary=\"b1\"\r\n";
+  const std::string text = header + "\r\n" +
+                           "preamble\r\n"
+                           "--b1\r\n"
+                           "Content-Type: text/plain\r\n"
+                           "\r\n"
+                           "hello\r\n"
+                           "\r\n"
+                           "--b1\r\n"
+                           "\r\n"
+                           "body2\r\n"
+                           "--b1--\r\n"
+                           "epilogue\r\n";
+  auto root = parseText(text);
+  ASSERT_TRUE(root);
+  EXPECT_EQ(root->header_bytes, header.size());
+  EXPECT_EQ(root->header_lines, 1u);
+  EXPECT_EQ(root->total_bytes, text.size());
+  ASSERT_EQ(childCount(root.get()), 2);
+
+  // "hello\r\n" and the empty line, less the CRLF that belongs to the boundary; the empty line is not counted.
+  const mail_struct* first = childAt(root.get(), 0);
+  EXPECT_EQ(first->header_bytes, 26u);
+  EXPECT_EQ(first->body_bytes, 7u);
+  EXPECT_EQ(first->body_lines, 1u);
+  EXPECT_EQ(first->total_bytes, 26u + 2 + 7);
+  EXPECT_EQ(first->total_lines, 3u);
+
+  // No header at all: the empty line is the whole header block; "body2" loses its CRLF to the boundary.
+  const mail_struct* second = childAt(root.get(), 1);
+  EXPECT_EQ(second->header_bytes, 0u);
+  EXPECT_EQ(second->header_lines, 0u);
+  EXPECT_EQ(second->body_bytes, 5u);
+  EXPECT_EQ(second->body_lines, 1u);
+  EXPECT_EQ(second->total_bytes, 7u);
+  EXPECT_TRUE(second->is("text", "plain"));
+  EXPECT_STREQ(second->content_params.get("charset"), "us-ascii");
+
+  // Preamble + first boundary (16), parts (35 + 7), CRLF + boundary twice (8 + 10), epilogue (10).
+  EXPECT_EQ(root->body_bytes, 86u);
+  EXPECT_EQ(root->body_lines, 10u);
+}
+
+TEST(MailStructParse, PositionsPointAtTheHeaderAndTheBody) {
+  const std::string text = "Content-Type: multipart/mixed; boundary=b\n\n--b\nX-A: 1\n\nbody\n--b--\n";
+  auto root = parseText(text);
+  ASSERT_TRUE(root);
+  const mail_struct* part = root->first_child;
+  ASSERT_NE(part, nullptr);
+  EXPECT_EQ(root->start_pos, 0);
+  EXPECT_EQ(root->body_pos, static_cast<long long>(text.find("\n\n") + 2));
+  EXPECT_EQ(part->start_pos, static_cast<long long>(text.find("X-A")));
+  EXPECT_EQ(part->header_pos, part->start_pos);
+  EXPECT_EQ(part->body_pos, static_cast<long long>(text.find("body")));
+}
+
+TEST(MailStructParse, OuterBoundaryClosesOpenInnerParts) {
+  const std::string text =
+      "Content-Type: multipart/mixed; boundary=out\n\n"
+      "--out\n"
+      "Content-Type: multipart/alternative; boundary=in\n\n"
+      "--in\n\ntext\n"
+      "--out\n\nsecond\n"
+      "--out--\n";
+  auto root = parseText(text);
+  ASSERT_TRUE(root);
+  ASSERT_EQ(childCount(root.get()), 2);
+  const mail_struct* inner = childAt(root.get(), 0);
+  EXPECT_TRUE(inner->is("multipart", "alternative"));
+  EXPECT_EQ(childCount(inner), 1);
+  EXPECT_TRUE(childAt(root.get(), 1)->is("text", "plain"));
+  EXPECT_EQ(root->total_bytes, text.size());
+  // The inner part runs from its header to "text" without the LF before the outer boundary.
+  const size_t inner_start = text.find("Content-Type: multipart/alternative");
+  EXPECT_EQ(inner->total_bytes, text.find("\n--out\n\nsecond") - inner_start);
+}
+
+TEST(MailStructParse, EpilogueCountsIntoItsMultipartAndTheOuterBoundaryStillEndsIt) {
+  const std::string text =
+      "Content-Type: multipart/mixed; boundary=out\n\n"
+      "--out\n"
+      "Content-Type: multipart/alternative; boundary=in\n\n"
+      "--in\n\na\n--in--\ninner epilogue\n"
+      "--out\n\nb\n--out--\n";
+  auto root = parseText(text);
+  ASSERT_TRUE(root);
+  ASSERT_EQ(childCount(root.get()), 2);
+  const mail_struct* inner = childAt(root.get(), 0);
+  EXPECT_EQ(childCount(inner), 1);
+  // Epilogue lines keep their line ends; only a leaf gives its last one to the boundary.
+  EXPECT_EQ(inner->total_bytes, text.find("--out\n\nb") - text.find("Content-Type: multipart/alternative"));
+  EXPECT_EQ(root->total_bytes, text.size());
+}
+
+// A nested multipart that reuses its parent's boundary must find its own first boundary line, not take it
+// for the parent's; from then on the innermost copy answers.
+TEST(MailStructParse, MultipartReusingItsParentsBoundaryFindsItsOwnFirstBoundary) {
+  const std::string text =
+      "Content-Type: multipart/mixed; boundary=b\n\n"
+      "--b\n"
+      "Content-Type: multipart/mixed; boundary=b\n\n"
+      "--b\n\none\n--b\n\ntwo\n--b--\n"
+      "--b--\n";
+  auto root = parseText(text);
+  ASSERT_TRUE(root);
+  ASSERT_EQ(childCount(root.get()), 1);
+  EXPECT_EQ(childCount(root->first_child), 2);
+  EXPECT_EQ(root->total_bytes, text.size());
+}
+
+TEST(MailStructParse, EnclosedMessageIsTheOnlyChildOfItsRfc822Part) {
+  const std::string enclosed = "Subject: inner\nContent-Type: text/html\n\n<p>x</p>\n";
+  const std::string text = "Content-Type: message/rfc822\n\n" + enclosed;
+  auto root = parseText(text);
+  ASSERT_TRUE(root);
+  ASSERT_EQ(childCount(root.get()), 1);
+  EXPECT_TRUE(root->first_child->is("text", "html"));
+  EXPECT_STREQ(root->first_child->envelope.subject.get(), "inner");
+  EXPECT_EQ(root->body_bytes, enclosed.size());
+  EXPECT_EQ(root->total_bytes, text.size());
+
+  // Encoded, it is an opaque leaf.
+  auto encoded = parseText("Content-Type: message/rfc822\nContent-Transfer-Encoding: BASE64\n\nU3ViamVjdDogeA==\n");
+  ASSERT_TRUE(encoded);
+  EXPECT_EQ(encoded->first_child, nullptr);
+  EXPECT_EQ(encoded->body_bytes, 17u);
+}
+
+TEST(MailStructParse, DefaultsMissingContentHeaders) {
+  auto root = parseText("Subject: x\n\nbody\n");
+  ASSERT_TRUE(root);
+  EXPECT_TRUE(root->is("text", "plain"));
+  EXPECT_STREQ(root->content_params.get("charset"), "us-ascii");
+  EXPECT_STREQ(root->encoding.get(), "7bit");
+  EXPECT_EQ(root->envelope.priority, 3);
+
+  auto charset = parseText("Content-Type: Text/HTML; charset=utf-8\nContent-Transfer-Encoding: quoted-printable x\n\n");
+  ASSERT_TRUE(charset);
+  EXPECT_STREQ(charset->content_type.get(), "Text");
+  EXPECT_STREQ(charset->content_subtype.get(), "HTML");
+  EXPECT_STREQ(charset->content_params.get("charset"), "utf-8");
+  EXPECT_EQ(charset->content_params.size(), 1u);
+  EXPECT_STREQ(charset->encoding.get(), "quoted-printable");
+}
+
+// Broken structure is never an error: the part becomes plain text and the counts stay whole.
+TEST(MailStructParse, MalformedStructureDegradesToPlainText) {
+  struct Case {
+    const char* name;
+    std::string text;
+    uint32_t body_bytes;
+  };
+  const Case cases[] = {
+      {"no header and no empty line", "just a line of text\nand another", 0},
+      {"multipart without boundary", "Content-Type: multipart/mixed\n\n--x\nbody\n", 9},
+      {"first boundary never comes", "Content-Type: multipart/mixed; boundary=b\n\npreamble only\n--c\n", 18},
+      {"empty file", "", 0},
+  };
+  for (const Case& c : cases) {
+    auto root = parseText(c.text);
+    ASSERT_TRUE(root) << c.name;
+    EXPECT_TRUE(root->is("text", "plain")) << c.name;
+    ASSERT_EQ(root->content_params.size(), 1u) << c.name;
+    EXPECT_STREQ(root->content_params.get("charset"), "us-ascii") << c.name;
+    EXPECT_EQ(root->first_child, nullptr) << c.name;
+    EXPECT_EQ(root->body_bytes, c.body_bytes) << c.name;
+    EXPECT_EQ(root->total_bytes, c.text.size()) << c.name;
+  }
+}
+
+TEST(MailStructParse, HeaderCutShortByABoundaryBecomesAnEmptyPlainPart) {
+  const std::string text =
+      "Content-Type: multipart/mixed; boundary=b\n\n--b\nContent-Type: image/png; name=x.png\n--b\n\nok\n--b--\n";
+  auto root = parseText(text);
+  ASSERT_TRUE(root);
+  ASSERT_EQ(childCount(root.get()), 2);
+  const mail_struct* cut = childAt(root.get(), 0);
+  EXPECT_TRUE(cut->is("text", "plain"));
+  EXPECT_EQ(cut->content_params.get("name"), nullptr);
+  EXPECT_EQ(cut->body_bytes, 0u);
+  EXPECT_EQ(root->total_bytes, text.size());
+}
+
+std::string nestedRfc822(int levels) {
+  std::string text;
+  for (int i = 0; i < levels; ++i) text += "Content-Type: message/rfc822\n\n";
+  return text + "body\n";
+}
+
+TEST(MailStructParse, NestingDeeperThanTwoHundredLevelsFailsTheWholeMessage) {
+  EXPECT_TRUE(parseText(nestedRfc822(MIME_MAX_DEPTH)));
+  EXPECT_FALSE(parseText(nestedRfc822(MIME_MAX_DEPTH + 1)));
+  // The failure propagates through multipart parents as well.
+  EXPECT_FALSE(parseText("Content-Type: multipart/mixed; boundary=b\n\n--b\n" + nestedRfc822(MIME_MAX_DEPTH) +
+                         "--b--\n"));
+}
+
+TEST(MailStructParse, MultipartInsideSixtyFiveBoundariesIsReadAsPlainText) {
+  const int levels = MIME_MAX_BOUNDARY_LEVEL + 2;  // multiparts at boundary levels 0..65
+  std::string text;
+  for (int i = 0; i < levels; ++i) {
+    text += "Content-Type: multipart/mixed; boundary=b" + std::to_string(i) + "\n\n--b" + std::to_string(i) + "\n";
+  }
+  text += "deepest\n";
+  for (int i = levels - 1; i >= 0; --i) text += "--b" + std::to_string(i) + "--\n";
+  auto root = parseText(text);
+  ASSERT_TRUE(root);
+  const mail_struct* node = root.get();
+  for (int level = 0; level < levels - 1; ++level) {
+    ASSERT_TRUE(node->is("multipart", "mixed")) << level;
+    node = node->first_child;
+    ASSERT_NE(node, nullptr) << level;
+  }
+  EXPECT_TRUE(node->is("text", "plain"));
+  EXPECT_EQ(node->first_child, nullptr);
+  EXPECT_EQ(root->total_bytes, text.size());
+}
+
+TEST(MailStructParse, LinesLongerThanTheBufferCountAsSeveralLines) {
+  struct Case { size_t chars; uint32_t lines; };
+  for (const Case& c : {Case{MIME_LINE_MAX - 1, 1}, Case{MIME_LINE_MAX, 2}, Case{40000, 3}}) {
+    const std::string text = "\n" + std::string(c.chars, 'x') + "\n";
+    auto root = parseText(text);
+    ASSERT_TRUE(root);
+    EXPECT_EQ(root->body_lines, c.lines) << c.chars;
+    EXPECT_EQ(root->body_bytes, c.chars + 1) << c.chars;
+  }
+}
+
+// Whole continuation lines are dropped once the unfolded header would reach the buffer size; shorter ones
+// after them still fit, and the raw counts keep every byte.
+TEST(MailStructParse, OverlongHeadersAreTruncatedByWholeContinuationLines) {
+  const std::string a(9000, 'a');
+  const std::string b(9000, 'b');
+  const std::string header = "Subject: " + a + "\r\n " + b + "\r\n c\r\nContent-Type: text/html\r\n";
+  auto root = parseText(header + "\r\nbody\r\n");
+  ASSERT_TRUE(root);
+  EXPECT_EQ(std::string(root->envelope.subject.get()), a + " c");
+  EXPECT_TRUE(root->is("text", "html"));
+  EXPECT_EQ(root->header_bytes, header.size());
+  EXPECT_EQ(root->header_lines, 4u);
+
+  // A single header line longer than a line buffer arrives in pieces and must not break anything.
+  const std::string huge = "X-Long: " + std::string(3 * MIME_LINE_MAX, 'z') + "\nContent-Type: text/rtf\n";
+  auto pieces = parseText(huge + "\nbody\n");
+  ASSERT_TRUE(pieces);
+  EXPECT_TRUE(pieces->is("text", "rtf"));
+  EXPECT_EQ(pieces->header_bytes, huge.size());
+}
+
+}  // namespace
+}  // namespace mime
+}  // namespace vorlane
