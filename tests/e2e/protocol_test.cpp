@@ -1,0 +1,296 @@
+// The built-in requests of the statistics server, checked byte for byte through the real binary,
+// started exactly as the mail server starts it (ServerProcess). Heartbeats and log records that
+// arrive while waiting for an answer are skipped by waitForAnswer.
+#include <fcntl.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <climits>
+#include <cstring>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "stat/vstat_messages.h"
+#include "vcom/message_types.h"
+#include "vcom/msg.h"
+#include "vcom/server_process.h"
+
+using namespace vorlane::vcom;
+
+namespace {
+
+const char* const kServer = VSTAT_BIN_DIR "/vstatserver";
+const long kAnswerMs = 5000;
+
+std::vector<unsigned char> wireHeader(uint64_t size, uint32_t type, uint32_t seq) {
+  Msg hdr;
+  hdr.size = size;
+  hdr.type = type;
+  hdr.seq = seq;
+  std::vector<unsigned char> out(Msg::kHeaderSize);
+  encodeHeader(hdr, out.data());
+  return out;
+}
+
+// A GenericResp as the server must write it: text zero-padded to 256 bytes, code big-endian.
+void expectGeneric(const MsgPtr& msg, uint32_t seq, int32_t code, const char* text) {
+  ASSERT_TRUE(msg);
+  EXPECT_EQ(msg->type, uint32_t(GenericResp));
+  EXPECT_EQ(msg->seq, seq);
+  ASSERT_EQ(msg->size, 276u);
+  std::vector<char> expected(260, 0);
+  std::strcpy(expected.data(), text);
+  putU32(expected.data() + 256, static_cast<uint32_t>(code));
+  EXPECT_EQ(0, std::memcmp(msg->payload(), expected.data(), 260))
+      << "text \"" << std::string(msg->payload(), strnlen(msg->payload(), 256)) << "\" code "
+      << static_cast<int32_t>(getU32(msg->payload() + 256));
+}
+
+class Protocol : public ::testing::Test {
+ protected:
+  void SetUp() override { ASSERT_TRUE(server.start(kServer)) << server.lastError(); }
+
+  uint32_t request(uint32_t type, const void* payload = nullptr, size_t len = 0) {
+    const uint32_t seq = server.sendRequest(type, payload, len, kAnswerMs);
+    EXPECT_NE(seq, 0u) << server.lastError();
+    return seq;
+  }
+
+  MsgPtr answer(uint32_t type, uint32_t seq) {
+    MsgPtr msg;
+    EXPECT_EQ(server.waitForAnswer(type, seq, msg, kAnswerMs), ServerProcess::kOk) << server.lastError();
+    return msg;
+  }
+
+  void expectGenericAnswer(uint32_t seq, int32_t code, const char* text) {
+    MsgPtr msg = answer(GenericResp, seq);
+    expectGeneric(msg, seq, code, text);
+  }
+
+  // The server still serves: a protocol version request is answered.
+  void expectStillServing() {
+    const uint32_t seq = request(GetProtocolVersion);
+    MsgPtr msg = answer(ProtocolVersionResp, seq);
+    ASSERT_TRUE(msg);
+    EXPECT_EQ(msg->type, uint32_t(ProtocolVersionResp));
+  }
+
+  // Reads until the server closes its output; returns what came (heartbeats included).
+  std::vector<MsgPtr> drainToEnd() {
+    std::vector<MsgPtr> got;
+    for (;;) {
+      MsgPtr msg;
+      const ServerProcess::Result r = server.receive(msg, kAnswerMs);
+      if (r != ServerProcess::kOk) {
+        EXPECT_EQ(r, ServerProcess::kClosed) << server.lastError();
+        return got;
+      }
+      got.push_back(std::move(msg));
+    }
+  }
+
+  void expectCleanExit() {
+    ChildExit how;
+    ASSERT_TRUE(server.waitExit(kAnswerMs, &how)) << "server did not end";
+    EXPECT_TRUE(how.exited) << "killed by signal " << how.signal;
+    EXPECT_EQ(how.code, 0);
+  }
+
+  ServerProcess server;
+};
+
+TEST(ServerStart, MissingOrBadDescriptorsExit255WithoutWriting) {
+  int out[2];
+  ASSERT_EQ(0, pipe(out));
+  const std::string w = std::to_string(out[1]);
+  const std::vector<std::vector<std::string>> cases = {
+      {}, {w}, {"x", w}, {"-1", w}, {"", ""},
+  };
+  for (const auto& args : cases) {
+    const pid_t pid = fork();
+    ASSERT_GE(pid, 0);
+    if (pid == 0) {
+      std::vector<char*> argv{const_cast<char*>(kServer)};
+      for (const auto& a : args) argv.push_back(const_cast<char*>(a.c_str()));
+      argv.push_back(nullptr);
+      execv(kServer, argv.data());
+      _exit(126);
+    }
+    int status = 0;
+    ASSERT_EQ(pid, waitpid(pid, &status, 0));
+    ASSERT_TRUE(WIFEXITED(status)) << "args " << args.size();
+    EXPECT_EQ(WEXITSTATUS(status), 255) << "args " << args.size();
+  }
+  close(out[1]);
+  char byte;
+  EXPECT_EQ(0, read(out[0], &byte, 1)) << "the server wrote to its pipe";
+  close(out[0]);
+}
+
+TEST_F(Protocol, FirstMessageIsAnImmediateHeartbeat) {
+  MsgPtr msg;
+  ASSERT_EQ(server.receive(msg, kAnswerMs), ServerProcess::kOk) << server.lastError();
+  EXPECT_EQ(msg->type, uint32_t(HeartBeat));
+  EXPECT_EQ(msg->seq, 0u);
+  ASSERT_EQ(msg->size, 20u);
+  EXPECT_EQ(getU32(msg->payload()), 0u);
+}
+
+TEST_F(Protocol, ProtocolVersionIs301BigEndian) {
+  const uint32_t seq = request(GetProtocolVersion);
+  MsgPtr msg = answer(ProtocolVersionResp, seq);
+  ASSERT_TRUE(msg);
+  EXPECT_EQ(msg->type, uint32_t(ProtocolVersionResp));
+  EXPECT_EQ(msg->seq, seq);
+  ASSERT_EQ(msg->size, 20u);
+  const unsigned char expected[4] = {0x00, 0x00, 0x01, 0x2D};
+  EXPECT_EQ(0, std::memcmp(msg->payload(), expected, 4));
+}
+
+TEST_F(Protocol, EchoIsAnsweredAndTheServerGoesOn) {
+  expectGenericAnswer(request(Echo), 0, "O.K. - Echo");
+  expectStillServing();
+}
+
+// Response types, log types and anything above the known range are not requests; 15 and 17 belong
+// to the statistics job and are left out here.
+TEST_F(Protocol, UnknownAndResponseTypesAreAnsweredWithCode5) {
+  for (uint32_t type : {0u, 4u, 5u, 6u, 11u, 12u, 14u, 16u, 18u, 19u, 0xFFFFFFFFu}) {
+    const char payload[4] = {1, 2, 3, 4};
+    expectGenericAnswer(request(type, payload, sizeof payload), 5, "Unknown request");
+  }
+  expectStillServing();
+}
+
+// A seq-0 message is skipped whole: its payload, which here looks like a Terminate request, must not
+// be read as a header.
+TEST_F(Protocol, SequenceNumberZeroIsIgnoredWithItsPayload) {
+  std::vector<unsigned char> bytes = wireHeader(16 + 16, GetProtocolVersion, 0);
+  const std::vector<unsigned char> inner = wireHeader(16, Terminate, 99);
+  bytes.insert(bytes.end(), inner.begin(), inner.end());
+  ASSERT_EQ(server.sendRaw(bytes.data(), bytes.size(), kAnswerMs), ServerProcess::kOk);
+  expectStillServing();
+  MsgPtr msg;
+  EXPECT_EQ(server.waitForAnswer(GenericResp, 99, msg, 200), ServerProcess::kTimeout);
+}
+
+TEST_F(Protocol, WorkingDirectoryCanBeSetReadAndFailsWithItsCodes) {
+  char tmpl[] = "/tmp/vstat_wd_XXXXXX";
+  ASSERT_NE(mkdtemp(tmpl), nullptr);
+  char real[PATH_MAX];
+  ASSERT_NE(realpath(tmpl, real), nullptr);
+  const std::string dir(real);
+
+  expectGenericAnswer(request(SetWorkDir, dir.c_str(), dir.size() + 1), 0, "changed to new directory");
+  const uint32_t seq = request(GetWorkDir);
+  MsgPtr wd = answer(SetWorkDir, seq);
+  ASSERT_TRUE(wd);
+  EXPECT_EQ(wd->type, uint32_t(SetWorkDir));
+  ASSERT_EQ(wd->size, 528u);
+  std::vector<char> expected(512, 0);
+  std::memcpy(expected.data(), dir.data(), dir.size());
+  EXPECT_EQ(0, std::memcmp(wd->payload(), expected.data(), 512));
+
+  const std::string missing = dir + "/missing";
+  expectGenericAnswer(request(SetWorkDir, missing.c_str(), missing.size() + 1), 11, "chdir failed");
+
+  // A working directory removed under the server can no longer be named.
+  ASSERT_EQ(0, rmdir(dir.c_str()));
+  expectGenericAnswer(request(GetWorkDir), 12, "Unable to get wdir");
+}
+
+TEST_F(Protocol, LogTogglesAnswerOkAndShortTogglesAreRefused) {
+  for (uint32_t type : {uint32_t(ToggleDbgLog), uint32_t(ToggleWrnLog), uint32_t(ToggleErrLog)}) {
+    for (uint32_t value : {1u, 0u, 0x01000000u}) {
+      char payload[4];
+      putU32(payload, value);
+      expectGenericAnswer(request(type, payload, 4), 0, "OK");
+    }
+    expectGenericAnswer(request(type, "\0\0", 2), 2, "Invalid request payload");
+  }
+}
+
+TEST_F(Protocol, TerminateIsAnsweredThenTheServerExitsWithZero) {
+  const uint32_t seq = request(Terminate);
+  expectGenericAnswer(seq, 0, "O.K. DLL server is about terminate");
+  drainToEnd();
+  expectCleanExit();
+}
+
+TEST_F(Protocol, ParentClosingItsWriteEndEndsTheServer) {
+  server.closeWriteEnd();
+  expectCleanExit();
+}
+
+// With the parent's read end gone, the next answer cannot be written: the server must end normally,
+// not die by SIGPIPE.
+TEST_F(Protocol, ParentClosingItsReadEndEndsTheServerWithoutSigpipe) {
+  MsgPtr first;
+  ASSERT_EQ(server.receive(first, kAnswerMs), ServerProcess::kOk);
+  server.closeReadEnd();
+  request(GetProtocolVersion);
+  expectCleanExit();
+}
+
+TEST_F(Protocol, ParentVanishingMidRequestEndsTheServer) {
+  // Half a header, then the parent goes away.
+  const std::vector<unsigned char> bytes = wireHeader(20, ToggleDbgLog, 5);
+  ASSERT_EQ(server.sendRaw(bytes.data(), 8, kAnswerMs), ServerProcess::kOk);
+  server.closeReadEnd();
+  server.closeWriteEnd();
+  expectCleanExit();
+}
+
+// Sizes below the header leave no trustworthy frame boundary: the conversation ends with a LogErr
+// record (while error records are on) and a clean exit.
+TEST_F(Protocol, UndersizeHeaderEndsTheConversationWithAnErrorRecord) {
+  for (uint64_t size : {0ull, 1ull, 15ull}) {
+    SCOPED_TRACE(size);
+    const std::vector<unsigned char> bytes = wireHeader(size, Echo, 3);
+    ASSERT_EQ(server.sendRaw(bytes.data(), bytes.size(), kAnswerMs), ServerProcess::kOk);
+    bool logged = false;
+    for (const MsgPtr& msg : drainToEnd()) {
+      if (msg->type != LogErr) continue;
+      logged = true;
+      EXPECT_EQ(msg->size, 1044u);
+      EXPECT_EQ(msg->seq, 0u);
+      EXPECT_NE(std::string(msg->payload() + 4).find("protocol error"), std::string::npos);
+    }
+    EXPECT_TRUE(logged);
+    expectCleanExit();
+    ASSERT_TRUE(server.start(kServer)) << server.lastError();
+  }
+}
+
+TEST_F(Protocol, ErrorRecordsStaySilentWhileSwitchedOff) {
+  char off[4];
+  putU32(off, 1);
+  expectGenericAnswer(request(ToggleErrLog, off, 4), 0, "OK");
+  const std::vector<unsigned char> bytes = wireHeader(8, Echo, 3);
+  ASSERT_EQ(server.sendRaw(bytes.data(), bytes.size(), kAnswerMs), ServerProcess::kOk);
+  for (const MsgPtr& msg : drainToEnd()) EXPECT_NE(msg->type, uint32_t(LogErr));
+  expectCleanExit();
+}
+
+TEST_F(Protocol, SizeBeyond32BitsEndsTheConversation) {
+  const std::vector<unsigned char> bytes = wireHeader(0x100000010ull, Echo, 4);
+  ASSERT_EQ(server.sendRaw(bytes.data(), bytes.size(), kAnswerMs), ServerProcess::kOk);
+  drainToEnd();
+  expectCleanExit();
+}
+
+// A request larger than the server accepts is drained and refused; the stream stays in step.
+TEST_F(Protocol, OversizeRequestIsDrainedAndRefused) {
+  const uint64_t size = (2u << 20) + 16;
+  std::vector<unsigned char> bytes = wireHeader(size, SetWorkDir, 8);
+  bytes.resize(size, 'x');
+  ASSERT_EQ(server.sendRaw(bytes.data(), bytes.size(), kAnswerMs), ServerProcess::kOk) << server.lastError();
+  expectGenericAnswer(8, 2, "Invalid request payload");
+  expectStillServing();
+}
+
+}  // namespace
