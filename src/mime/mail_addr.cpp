@@ -128,7 +128,7 @@ std::string joinPhrase(const std::vector<Token>& words) {
   std::string out;
   for (const Token& t : words) {
     if (t.kind == kWord) {
-      if (!out.empty() && out.back() != '.') out += ' ';
+      if (!out.empty()) out += ' ';
       out += t.text;
     } else if (t.special == '.') {
       out += '.';

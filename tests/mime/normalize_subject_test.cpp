@@ -1,0 +1,73 @@
+#include "mime/normalize_subject.h"
+
+#include <gtest/gtest.h>
+
+#include <cstring>
+#include <string>
+
+#include "utils/charset_converter.h"
+
+namespace vorlane {
+namespace mime {
+namespace {
+
+struct Case {
+  const char* subject;
+  const char* base;
+  int levels;
+};
+
+TEST(NormalizeSubject, StripsMarkersAndCountsLevels) {
+  const Case cases[] = {
+      {"Re: Fwd: [list] Re[3]: Hello (fwd)", "Hello", 6},
+      {"[fwd: Re: hi]", "hi", 2},
+      {"[FWD: [fwd: x]]", "x", 2},
+      {"[announce]", "[announce]", 0},
+      {"Re: [announce]", "[announce]", 1},
+      {"[a [b]] [c] topic", "topic", 0},
+      {"[unclosed topic", "[unclosed topic", 0},
+      {"Re[x]: a", "a", 1},
+      {"RE[2]: b", "b", 2},
+      {"re [ 0 ] : c", "c", 1},  // blanks inside the brackets make the level invalid
+      {"Re[0]: d", "d", 1},
+      {"Re[]: e", "e", 1},
+      {"Re[2 : f", "Re[2 : f", 0},
+      {"Fw: g", "g", 1},
+      {"FWD:h", "h", 1},
+      {"fwd re: i", "fwd re: i", 0},
+      {"Report: j", "Report: j", 0},
+      {"Re: Re: ", "", 2},
+      {"  k (fwd) (FWD)  ", "k", 2},
+      {"(fwd)", "", 1},
+      {"", "", 0},
+      {"Re[99999999999999999999]: l", "l", 1000000},
+  };
+  for (const Case& c : cases) {
+    int count = 10;
+    EXPECT_EQ(normalizeSubject(c.subject, &count), c.base) << c.subject;
+    EXPECT_EQ(count, 10 + c.levels) << c.subject;
+  }
+}
+
+TEST(NormalizeSubject, OnePassCutsTheCallersBufferInPlace) {
+  char text[] = "Re: topic (fwd) ";
+  int count = 0;
+  char* base = do_normalizeSubject(text, &count);
+  EXPECT_EQ(base, text + 4);
+  EXPECT_STREQ(base, "topic");
+  EXPECT_EQ(std::strlen(text), 9u);
+  EXPECT_EQ(count, 2);
+}
+
+TEST(NormalizeSubject, DecodesEncodedWordsFirst) {
+  std::string probe;
+  if (!utils::charsetRecode("us-ascii", "utf-8", "a", probe)) GTEST_SKIP() << "conversion library not next to the test binary";
+  int count = 0;
+  EXPECT_EQ(normalizeSubject("=?us-ascii?Q?Re=3A?= =?iso-8859-1?Q?caf=E9?=", &count), "caf\xc3\xa9");
+  EXPECT_EQ(count, 1);
+  EXPECT_EQ(normalizeSubject("Re: x", nullptr), "x");
+}
+
+}  // namespace
+}  // namespace mime
+}  // namespace vorlane
