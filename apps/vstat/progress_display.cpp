@@ -179,7 +179,7 @@ void ProgressDisplay::note(const std::string& line) {
 }
 
 void ProgressDisplay::finish(const std::string& closing) {
-  if (terminal_) {
+  if (terminal_ && drawnOnce_) {
     draw();
     out_ << '\n';
     drawnLength_ = 0;

@@ -41,7 +41,8 @@ class ProgressDisplay : private boost::noncopyable {
   // Prints a whole line (a warning, a notice) without tearing the status line.
   void note(const std::string& line);
 
-  // Draws the last state, ends the status line and prints `closing` (if not empty) on a line of its own.
+  // Draws the last state and ends the status line (if one was ever shown), then prints `closing` (if not
+  // empty) on a line of its own.
   void finish(const std::string& closing);
 
   // The status line as it would be drawn now, without "\r" or padding; exposed for tests.

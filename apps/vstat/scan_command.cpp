@@ -1,14 +1,609 @@
-// Placeholder until the scan command lands.
+// vstat scan STORE_DIR [options]: runs one statistics job the way the mail server does. It starts
+// vstatserver as a child over a pipe, sends ProcessStore, shows the progress events, and when the server
+// has written its report prints the report's summary and path.
+//
+// Ctrl-C: the first asks the server to stop (StopProcessing; the server then reports what it has counted
+// so far and ends); the second kills the server and ends at once. The server runs in its own process
+// group, so the terminal's SIGINT reaches only us. The handler only counts; the receive loop polls with a
+// short time-out and acts on the count.
+//
+// Exit status (also in --help):
+//   0  the report was written (and copied, with --report)
+//   1  the job failed, was refused, or was stopped by Ctrl-C (a partial report is still shown and copied)
+//   2  usage error
+//   3  STORE_DIR/mail is missing or not a directory
+//   4  the server program is missing, not executable, or cannot be started
+//   5  the server died, hung, or broke the protocol before the job ended
+//   6  the report was written but cannot be read or copied to --report FILE
+#include <signal.h>
+#include <sys/stat.h>
+#include <sys/utsname.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <atomic>
+#include <cerrno>
+#include <chrono>
+#include <climits>
 #include <cstdio>
+#include <cstdlib>
+#include <cstring>
+#include <iostream>
+#include <memory>
+#include <string>
 
 #include "commands.h"
+#include "progress_display.h"
+#include "report_reader.h"
+#include "report_summary.h"
+#include "stat/vstat_messages.h"
+#include "utils/string_utils.h"
+#include "vcom/message_types.h"
+#include "vcom/msg.h"
+#include "vcom/server_process.h"
 
 namespace vorlane {
 namespace cli {
 
-int runScanCommand(int, char**) {
-  std::fprintf(stderr, "vstat scan: not available in this build\n");
-  return 2;
+namespace {
+
+enum ExitCode {
+  kExitReport = 0,
+  kExitFailed = 1,
+  kExitUsage = 2,
+  kExitNoStore = 3,
+  kExitNoServer = 4,
+  kExitServerDied = 5,
+  kExitReportUnusable = 6,
+};
+
+// The server always writes its report here.
+const char kReportPath[] = "/tmp/VStatReport.xml";
+const char kServerName[] = "vstatserver";
+
+// Defaults for the informational header fields of the report. A report made from the command line is
+// marked as such instead of pretending to come from a mail server release.
+const char kDefaultProductVersion[] = "standalone";
+const unsigned long kDefaultBuild = 0;
+const unsigned long kDefaultOsCode = 0;
+
+// How long the receive loop sleeps between looks at the Ctrl-C count and the clock.
+const long kPollMs = 200;
+// Writing a request into an empty pipe is immediate; a full one means the server is not reading.
+const long kSendTimeoutMs = 5000;
+// The server sends a heartbeat every 60 s however busy the walk is; three missed ones mean it hangs.
+const double kSilenceLimitSeconds = 180;
+// After its final event the server ends by itself within milliseconds; after a stop request or a
+// closed pipe, within its own grace of a few seconds.
+const long kExitWaitMs = 5000;
+
+std::atomic<int> g_interrupts(0);
+static_assert(std::atomic<int>::is_always_lock_free, "the SIGINT handler needs a lock-free counter");
+
+extern "C" void onInterrupt(int) { g_interrupts.fetch_add(1); }
+
+// Installs the Ctrl-C counter for one scan and puts the previous handler back afterwards, so that
+// several scans can run in one process (tests do).
+class InterruptGuard {
+ public:
+  InterruptGuard() {
+    g_interrupts.store(0);
+    struct sigaction action;
+    std::memset(&action, 0, sizeof action);
+    action.sa_handler = onInterrupt;
+    sigemptyset(&action.sa_mask);
+    installed_ = sigaction(SIGINT, &action, &previous_) == 0;
+  }
+  ~InterruptGuard() {
+    if (installed_) sigaction(SIGINT, &previous_, nullptr);
+  }
+  InterruptGuard(const InterruptGuard&) = delete;
+  InterruptGuard& operator=(const InterruptGuard&) = delete;
+
+ private:
+  struct sigaction previous_;
+  bool installed_;
+};
+
+struct ScanOptions {
+  std::string storeDir;
+  std::string serverPath;
+  std::string reportCopy;
+  std::string productVersion = kDefaultProductVersion;
+  unsigned long build = kDefaultBuild;
+  std::string osName;
+  unsigned long osCode = kDefaultOsCode;
+  bool verbose = false;
+};
+
+void printScanUsage(FILE* out) {
+  std::fprintf(out,
+               "usage: vstat scan STORE_DIR [--server PATH] [--report FILE] [--product-version V]\n"
+               "                  [--build N] [--os-name S] [--os-code N] [--verbose]\n"
+               "Scans the message store under STORE_DIR/mail with vstatserver and prints a summary of its\n"
+               "report (%s).\n"
+               "  --server PATH          the server program (default: vstatserver next to vstat)\n"
+               "  --report FILE          also copy the report to FILE\n"
+               "  --product-version V    product version written into the report (default \"%s\")\n"
+               "  --build N              build number written into the report (default %lu)\n"
+               "  --os-name S            operating system name (default: uname system and release)\n"
+               "  --os-code N            operating system code (default %lu)\n"
+               "  --verbose              also show the server's debug log records\n"
+               "Ctrl-C stops the scan and reports what was counted; a second Ctrl-C aborts at once.\n"
+               "Exit status: 0 report written, 1 job failed or stopped, 2 usage error, 3 store missing,\n"
+               "4 server program missing, 5 server died or hung, 6 report unreadable or not copied.\n",
+               kReportPath, kDefaultProductVersion, kDefaultBuild, kDefaultOsCode);
+}
+
+bool parseU32(const char* text, unsigned long& value) {
+  if (!text || *text < '0' || *text > '9') return false;
+  errno = 0;
+  char* end = nullptr;
+  const unsigned long long v = std::strtoull(text, &end, 10);
+  if (errno != 0 || *end != '\0' || v > 0xFFFFFFFFull) return false;
+  value = static_cast<unsigned long>(v);
+  return true;
+}
+
+std::string defaultOsName() {
+  struct utsname u;
+  if (uname(&u) != 0) return "unknown";
+  return std::string(u.sysname) + " " + u.release;
+}
+
+// Returns kExitReport when the options are usable, else kExitUsage after saying why.
+int parseOptions(int argc, char** argv, ScanOptions& options, bool& helpShown) {
+  helpShown = false;
+  options.osName = defaultOsName();
+  for (int i = 0; i < argc; ++i) {
+    std::string arg = argv[i];
+    if (arg == "--help" || arg == "-h") {
+      printScanUsage(stdout);
+      helpShown = true;
+      return kExitReport;
+    }
+    if (arg == "--verbose" || arg == "-v") {
+      options.verbose = true;
+      continue;
+    }
+    if (arg.size() < 2 || arg.compare(0, 2, "--") != 0) {
+      if (arg.size() > 1 && arg[0] == '-') {
+        std::fprintf(stderr, "vstat scan: unknown option '%s'\n", arg.c_str());
+        return kExitUsage;
+      }
+      if (!options.storeDir.empty()) {
+        std::fprintf(stderr, "vstat scan: more than one store directory given ('%s' and '%s')\n",
+                     options.storeDir.c_str(), arg.c_str());
+        return kExitUsage;
+      }
+      options.storeDir = arg;
+      continue;
+    }
+    // --name value or --name=value.
+    std::string name = arg;
+    std::string value;
+    const size_t eq = arg.find('=');
+    if (eq != std::string::npos) {
+      name = arg.substr(0, eq);
+      value = arg.substr(eq + 1);
+    } else if (i + 1 < argc) {
+      value = argv[++i];
+    } else {
+      std::fprintf(stderr, "vstat scan: option '%s' needs a value\n", arg.c_str());
+      return kExitUsage;
+    }
+    // The limits are those of the request's fixed fields, less the terminating NUL.
+    struct TextOption { const char* name; std::string* target; size_t maxLength; };
+    const TextOption texts[] = {{"--server", &options.serverPath, PATH_MAX - 1},
+                                {"--report", &options.reportCopy, PATH_MAX - 1},
+                                {"--product-version", &options.productVersion,
+                                 sizeof(vstat::ProcessStoreReqBuffT().productVersion) - 1},
+                                {"--os-name", &options.osName, sizeof(vstat::ProcessStoreReqBuffT().osName) - 1}};
+    bool known = false;
+    for (const TextOption& t : texts) {
+      if (name != t.name) continue;
+      known = true;
+      if (value.size() > t.maxLength || (value.empty() && (name == "--server" || name == "--report"))) {
+        std::fprintf(stderr, "vstat scan: %s must be 1 to %zu characters long\n", t.name, t.maxLength);
+        return kExitUsage;
+      }
+      *t.target = value;
+    }
+    if (name == "--build" || name == "--os-code") {
+      known = true;
+      if (!parseU32(value.c_str(), name == "--build" ? options.build : options.osCode)) {
+        std::fprintf(stderr, "vstat scan: %s needs a number from 0 to 4294967295, not '%s'\n", name.c_str(),
+                     value.c_str());
+        return kExitUsage;
+      }
+    }
+    if (!known) {
+      std::fprintf(stderr, "vstat scan: unknown option '%s'\n", name.c_str());
+      return kExitUsage;
+    }
+  }
+  if (options.storeDir.empty()) {
+    std::fprintf(stderr, "vstat scan: no store directory given\n");
+    return kExitUsage;
+  }
+  return kExitReport;
+}
+
+// The store is checked before anything is started: the server would only find an empty walk.
+int checkStore(ScanOptions& options) {
+  const std::string mail = options.storeDir + "/mail";
+  struct stat st;
+  if (stat(mail.c_str(), &st) != 0) {
+    std::fprintf(stderr, "vstat scan: '%s' is not a message store: cannot access '%s': %s\n",
+                 options.storeDir.c_str(), mail.c_str(), std::strerror(errno));
+    return kExitNoStore;
+  }
+  if (!S_ISDIR(st.st_mode)) {
+    std::fprintf(stderr, "vstat scan: '%s' is not a message store: '%s' is not a directory\n",
+                 options.storeDir.c_str(), mail.c_str());
+    return kExitNoStore;
+  }
+  // The server is handed an absolute path, so that nothing depends on its working directory.
+  char resolved[PATH_MAX];
+  if (!realpath(options.storeDir.c_str(), resolved)) {
+    std::fprintf(stderr, "vstat scan: cannot resolve '%s': %s\n", options.storeDir.c_str(), std::strerror(errno));
+    return kExitNoStore;
+  }
+  if (std::strlen(resolved) >= sizeof(vstat::ProcessStoreReqBuffT().storeDir)) {
+    std::fprintf(stderr, "vstat scan: the store path '%s' is longer than %zu characters\n", resolved,
+                 sizeof(vstat::ProcessStoreReqBuffT().storeDir) - 1);
+    return kExitUsage;
+  }
+  options.storeDir = resolved;
+  return kExitReport;
+}
+
+// The server lives next to the vstat program unless --server names it.
+int findServer(ScanOptions& options) {
+  if (options.serverPath.empty()) {
+    char self[PATH_MAX];
+    const ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
+    if (n <= 0) {
+      std::fprintf(stderr, "vstat scan: cannot find the vstat program's directory (/proc/self/exe): %s; use --server\n",
+                   std::strerror(errno));
+      return kExitNoServer;
+    }
+    self[n] = '\0';
+    std::string dir(self);
+    dir.erase(dir.rfind('/') + 1);
+    options.serverPath = dir + kServerName;
+  }
+  const char* path = options.serverPath.c_str();
+  struct stat st;
+  if (stat(path, &st) != 0) {
+    std::fprintf(stderr, "vstat scan: server program '%s' not found: %s\n", path, std::strerror(errno));
+    return kExitNoServer;
+  }
+  if (!S_ISREG(st.st_mode)) {
+    std::fprintf(stderr, "vstat scan: server program '%s' is not a regular file\n", path);
+    return kExitNoServer;
+  }
+  if (access(path, X_OK) != 0) {
+    std::fprintf(stderr, "vstat scan: server program '%s' is not executable: %s\n", path, std::strerror(errno));
+    return kExitNoServer;
+  }
+  return kExitReport;
+}
+
+std::string describeExit(const vcom::ChildExit& e) {
+  char text[160];
+  if (e.exited) {
+    std::snprintf(text, sizeof text, "exit status %d%s", e.code,
+                  e.code == 255 ? " (it could not set up its pipe or threads)" : "");
+  } else if (e.signaled) {
+    const char* name = strsignal(e.signal);
+    std::snprintf(text, sizeof text, "signal %d (%s)", e.signal, name ? name : "unknown");
+  } else {
+    std::snprintf(text, sizeof text, "an unknown status");
+  }
+  return text;
+}
+
+// Copies the report through a temporary file beside the target, so that FILE is either the whole new
+// report or left as it was.
+bool copyReport(const std::string& from, const std::string& to, std::string& error) {
+  struct Closer {
+    void operator()(std::FILE* f) const { std::fclose(f); }
+  };
+  std::unique_ptr<std::FILE, Closer> in(std::fopen(from.c_str(), "rb"));
+  if (!in) {
+    error = "cannot open '" + from + "': " + std::strerror(errno);
+    return false;
+  }
+  const std::string temp = to + ".part";
+  std::FILE* raw = std::fopen(temp.c_str(), "wb");
+  if (!raw) {
+    error = "cannot create '" + temp + "': " + std::strerror(errno);
+    return false;
+  }
+  std::unique_ptr<std::FILE, Closer> out(raw);
+  char buffer[65536];
+  size_t total = 0;
+  bool ok = true;
+  for (;;) {
+    const size_t n = std::fread(buffer, 1, sizeof buffer, in.get());
+    total += n;
+    if (n > 0 && std::fwrite(buffer, 1, n, out.get()) != n) {
+      error = "cannot write '" + temp + "': " + std::strerror(errno);
+      ok = false;
+      break;
+    }
+    if (n < sizeof buffer) break;
+    if (total > kMaxReportBytes) {
+      error = "'" + from + "' is larger than any report";
+      ok = false;
+      break;
+    }
+  }
+  if (ok && std::ferror(in.get())) {
+    error = "cannot read '" + from + "': " + std::strerror(errno);
+    ok = false;
+  }
+  if (ok && std::fclose(out.release()) != 0) {
+    error = "cannot write '" + temp + "': " + std::strerror(errno);
+    ok = false;
+  }
+  if (ok && std::rename(temp.c_str(), to.c_str()) != 0) {
+    error = "cannot rename '" + temp + "' to '" + to + "': " + std::strerror(errno);
+    ok = false;
+  }
+  if (!ok) {
+    out.reset();
+    std::remove(temp.c_str());
+  }
+  return ok;
+}
+
+vstat::ProcessStoreReqBuffT buildRequest(const ScanOptions& options) {
+  vstat::ProcessStoreReqBuffT request;
+  std::memset(&request, 0, sizeof request);
+  utils::strncpys(request.storeDir, options.storeDir.c_str(), sizeof request.storeDir);
+  utils::strncpys(request.productVersion, options.productVersion.c_str(), sizeof request.productVersion);
+  request.build = static_cast<uint32_t>(options.build);
+  utils::strncpys(request.osName, options.osName.c_str(), sizeof request.osName);
+  request.osCode = static_cast<uint32_t>(options.osCode);
+  return request;
+}
+
+// The request in wire form: the struct's layout with its integers big-endian.
+void encodeRequest(const vstat::ProcessStoreReqBuffT& request, char wire[sizeof(vstat::ProcessStoreReqBuffT)]) {
+  std::memcpy(wire, &request, sizeof request);
+  vcom::putU32(wire + offsetof(vstat::ProcessStoreReqBuffT, build), request.build);
+  vcom::putU32(wire + offsetof(vstat::ProcessStoreReqBuffT, osCode), request.osCode);
+}
+
+// A text field of a received payload, bounded by its width even when the sender left out the NUL.
+std::string payloadText(const vcom::Msg& msg, size_t offset, size_t width) {
+  const size_t available = msg.payloadSize();
+  if (offset >= available) return std::string();
+  const char* start = msg.payload() + offset;
+  const size_t limit = std::min(width, available - offset);
+  size_t n = 0;
+  while (n < limit && start[n] != '\0') ++n;
+  return std::string(start, n);
+}
+
+uint32_t payloadU32(const vcom::Msg& msg, size_t offset) {
+  return msg.payloadSize() >= offset + 4 ? vcom::getU32(msg.payload() + offset) : 0;
+}
+
+struct JobOutcome {
+  bool finished = false;       // the final progress event arrived
+  bool reportWritten = false;  // and it said the report file was written
+  bool stopRequested = false;
+  unsigned long processed = 0;
+  unsigned long mailboxes = 0;
+};
+
+class ScanRun {
+ public:
+  ScanRun(const ScanOptions& options)
+      : options_(options), display_(std::cout, isatty(STDOUT_FILENO) == 1, terminalWidth(STDOUT_FILENO)) {}
+
+  int run() {
+    if (!server_.start(options_.serverPath)) {
+      std::fprintf(stderr, "vstat scan: cannot start the server: %s\n", server_.lastError().c_str());
+      return kExitNoServer;
+    }
+    const vstat::ProcessStoreReqBuffT request = buildRequest(options_);
+    char wire[sizeof request];
+    encodeRequest(request, wire);
+    seq_ = server_.sendRequest(vstat::ProcessStore, wire, sizeof wire, kSendTimeoutMs);
+    if (seq_ == 0) return serverGone("could not send the scan request: " + server_.lastError());
+
+    const int status = receiveLoop();
+    if (status != kExitReport) return status;
+    return finish();
+  }
+
+ private:
+  int receiveLoop() {
+    auto lastHeard = std::chrono::steady_clock::now();
+    for (;;) {
+      const int interrupts = g_interrupts.load();
+      if (interrupts >= 2) {
+        server_.kill(SIGKILL);
+        vcom::ChildExit e;
+        server_.waitExit(kExitWaitMs, &e);
+        display_.finish("");
+        std::fprintf(stderr, "vstat scan: aborted; the server was killed and no report was made\n");
+        return kExitFailed;
+      }
+      if (interrupts == 1 && !outcome_.stopRequested) {
+        outcome_.stopRequested = true;
+        display_.note("Stopping: the server reports what it has counted so far (Ctrl-C again to abort).");
+        if (server_.sendRequest(vstat::StopProcessing, nullptr, 0, kSendTimeoutMs) == 0) {
+          return serverGone("could not send the stop request: " + server_.lastError());
+        }
+      }
+
+      vcom::MsgPtr msg;
+      const vcom::ServerProcess::Result r = server_.receive(msg, kPollMs);
+      const auto now = std::chrono::steady_clock::now();
+      if (r == vcom::ServerProcess::kTimeout) {
+        display_.tick();
+        if (std::chrono::duration<double>(now - lastHeard).count() > kSilenceLimitSeconds) {
+          server_.kill(SIGKILL);
+          return serverGone("the server sent nothing for " + std::to_string(static_cast<int>(kSilenceLimitSeconds)) +
+                            " s (not even a heartbeat) and was killed");
+        }
+        continue;
+      }
+      if (r == vcom::ServerProcess::kClosed) return serverGone("its output ended");
+      if (r == vcom::ServerProcess::kError) {
+        server_.kill(SIGKILL);
+        return serverGone("protocol error from the server: " + server_.lastError());
+      }
+      lastHeard = now;
+      const int status = handle(*msg);
+      if (status >= 0) return status;
+      if (outcome_.finished) return kExitReport;
+    }
+  }
+
+  // Returns an exit status when the job is over with an error, -1 to go on.
+  int handle(const vcom::Msg& msg) {
+    switch (msg.type) {
+      case vstat::ProgressAsync: {
+        ProgressEvent e;
+        e.domain = payloadText(msg, offsetof(vstat::EventBuffT, dom), sizeof(vstat::EventBuffT().dom));
+        e.mailbox = payloadText(msg, offsetof(vstat::EventBuffT, mbox), sizeof(vstat::EventBuffT().mbox));
+        e.processed = payloadU32(msg, offsetof(vstat::EventBuffT, processed));
+        e.mailboxes = payloadU32(msg, offsetof(vstat::EventBuffT, mailboxes));
+        outcome_.processed = e.processed;
+        outcome_.mailboxes = e.mailboxes;
+        if (payloadU32(msg, offsetof(vstat::EventBuffT, run)) == 0) {
+          outcome_.finished = true;
+          outcome_.reportWritten = payloadU32(msg, offsetof(vstat::EventBuffT, done)) != 0;
+        }
+        display_.update(e);
+        return -1;
+      }
+      case vstat::ProcessStoreResp:
+        if (msg.seq == seq_ && payloadU32(msg, 0) == 0) {
+          display_.finish("");
+          std::fprintf(stderr, "vstat scan: the server did not start the job (a job is already running there)\n");
+          return kExitFailed;
+        }
+        return -1;
+      case vcom::GenericResp: {
+        const int32_t code = static_cast<int32_t>(payloadU32(msg, vcom::kGenericTextLen));
+        if (msg.seq != seq_ || code == vcom::kRespOk) return -1;
+        display_.finish("");
+        const std::string text = payloadText(msg, 0, vcom::kGenericTextLen);
+        if (code == vcom::kRespUnknownRequest) {
+          std::fprintf(stderr, "vstat scan: the server at '%s' does not run store scans (\"%s\", code %d)\n",
+                       options_.serverPath.c_str(), text.c_str(), code);
+        } else {
+          std::fprintf(stderr, "vstat scan: the server refused the scan request: \"%s\" (code %d)\n", text.c_str(),
+                       code);
+        }
+        return kExitFailed;
+      }
+      case vcom::LogWrn:
+        display_.note("server warning: " + payloadText(msg, 0, vcom::kLogTextLen));
+        return -1;
+      case vcom::LogErr: {
+        // The code of an error record is in the sender's byte order; the text is what people read.
+        display_.note("server error: " + payloadText(msg, 4, vcom::kLogTextLen));
+        return -1;
+      }
+      case vcom::LogDbg:
+        if (options_.verbose) display_.note("server: " + payloadText(msg, 0, vcom::kLogTextLen));
+        return -1;
+      default:
+        // Heartbeats, the stop acknowledgement and anything newer carry nothing to show.
+        return -1;
+    }
+  }
+
+  // The server ended (or broke the protocol) before its final event.
+  int serverGone(const std::string& what) {
+    display_.finish("");
+    server_.closeWriteEnd();
+    vcom::ChildExit e;
+    if (server_.waitExit(kExitWaitMs, &e)) {
+      std::fprintf(stderr, "vstat scan: the server ended with %s before the job was done (%s)\n",
+                   describeExit(e).c_str(), what.c_str());
+    } else {
+      server_.kill(SIGKILL);
+      std::fprintf(stderr, "vstat scan: %s; the server did not end and was killed\n", what.c_str());
+    }
+    return kExitServerDied;
+  }
+
+  int finish() {
+    // The server ends by itself right after its final event; its status only matters when odd.
+    vcom::ChildExit e;
+    if (server_.waitExit(kExitWaitMs, &e)) {
+      if (!e.exited || e.code != 0) display_.note("note: the server ended with " + describeExit(e));
+    } else {
+      server_.kill(SIGKILL);
+    }
+    char closing[160];
+    std::snprintf(closing, sizeof closing, "%s %lu of %lu mailboxes in %s.",
+                  outcome_.stopRequested ? "Stopped after" : "Scanned", outcome_.processed, outcome_.mailboxes,
+                  formatElapsed(display_.elapsedSeconds()).c_str());
+    display_.finish(closing);
+    if (!outcome_.reportWritten) {
+      std::fprintf(stderr, "vstat scan: the job ended without writing a report\n");
+      return kExitFailed;
+    }
+
+    int status = outcome_.stopRequested ? kExitFailed : kExitReport;
+    ReportSummary report;
+    std::string error;
+    if (!readReport(kReportPath, report, error)) {
+      std::fprintf(stderr, "vstat scan: %s\n", error.c_str());
+      return kExitReportUnusable;
+    }
+    std::cout << "\n";
+    renderSummary(std::cout, report);
+    std::cout << "\nReport: " << kReportPath << "\n";
+    if (!options_.reportCopy.empty()) {
+      if (copyReport(kReportPath, options_.reportCopy, error)) {
+        std::cout << "Copied to: " << options_.reportCopy << "\n";
+      } else {
+        std::fprintf(stderr, "vstat scan: cannot copy the report: %s\n", error.c_str());
+        status = kExitReportUnusable;
+      }
+    }
+    if (outcome_.stopRequested) std::cout << "The scan was stopped: the report covers only part of the store.\n";
+    std::cout.flush();
+    return status;
+  }
+
+  const ScanOptions& options_;
+  vcom::ServerProcess server_;
+  ProgressDisplay display_;
+  uint32_t seq_ = 0;
+  JobOutcome outcome_;
+};
+
+}  // namespace
+
+int runScanCommand(int argc, char** argv) {
+  ScanOptions options;
+  bool helpShown = false;
+  int status = parseOptions(argc, argv, options, helpShown);
+  if (helpShown) return kExitReport;
+  if (status != kExitReport) {
+    std::fprintf(stderr, "Run 'vstat scan --help' for the options.\n");
+    return status;
+  }
+  status = checkStore(options);
+  if (status != kExitReport) return status;
+  status = findServer(options);
+  if (status != kExitReport) return status;
+
+  InterruptGuard interrupts;
+  ScanRun run(options);
+  return run.run();
 }
 
 }  // namespace cli
