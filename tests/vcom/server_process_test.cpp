@@ -1,0 +1,174 @@
+// The parent's side against small stand-in servers: shell scripts that get the two descriptor numbers
+// as $1 (their input) and $2 (their output), exactly as the real server does. Each script ends by
+// reading its input to the end, so closing the parent's write end ends it.
+#include <errno.h>
+#include <signal.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <cstdio>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "vcom/message_types.h"
+#include "vcom/server_process.h"
+
+using namespace vorlane::vcom;
+
+namespace {
+
+const char* const kDrainInput = "exec cat <&$1 >/dev/null\n";
+
+// printf(1) escapes for one frame: header and payload bytes.
+std::string frame(uint64_t size, uint32_t type, uint32_t seq, size_t payloadBytes) {
+  Msg hdr;
+  hdr.size = size;
+  hdr.type = type;
+  hdr.seq = seq;
+  unsigned char wire[16];
+  encodeHeader(hdr, wire);
+  std::string out;
+  char esc[8];
+  for (unsigned char b : wire) {
+    snprintf(esc, sizeof esc, "\\%03o", b);
+    out += esc;
+  }
+  for (size_t i = 0; i < payloadBytes; ++i) out += "\\000";
+  return out;
+}
+
+class FakeServer : public ::testing::Test {
+ protected:
+  void TearDown() override {
+    for (const std::string& path : scripts_) unlink(path.c_str());
+  }
+
+  std::string script(const std::string& body, mode_t mode = 0700) {
+    char path[] = "/tmp/vstat_fake_server_XXXXXX";
+    const int fd = mkstemp(path);
+    EXPECT_GE(fd, 0);
+    const std::string text = "#!/bin/sh\n" + body;
+    EXPECT_EQ(static_cast<ssize_t>(text.size()), write(fd, text.data(), text.size()));
+    close(fd);
+    chmod(path, mode);
+    scripts_.push_back(path);
+    return path;
+  }
+
+  std::vector<std::string> scripts_;
+};
+
+TEST_F(FakeServer, StartFailuresNameTheProgramAndTheReason) {
+  struct Case {
+    std::string path;
+    const char* reason;
+  };
+  for (const Case& c : {Case{"/nonexistent/vstatserver", "No such file or directory"},
+                        Case{script(kDrainInput, 0600), "Permission denied"}}) {
+    ServerProcess child;
+    EXPECT_FALSE(child.start(c.path));
+    EXPECT_NE(child.lastError().find(c.path), std::string::npos) << child.lastError();
+    EXPECT_NE(child.lastError().find(c.reason), std::string::npos) << child.lastError();
+    EXPECT_FALSE(child.kill(SIGKILL));
+  }
+}
+
+TEST_F(FakeServer, ExitStatusAndEndOfOutputAreReported) {
+  ServerProcess child;
+  ASSERT_TRUE(child.start(script("exit 3\n"))) << child.lastError();
+  ChildExit how;
+  ASSERT_TRUE(child.waitExit(5000, &how));
+  EXPECT_TRUE(how.exited);
+  EXPECT_EQ(how.code, 3);
+  MsgPtr msg;
+  EXPECT_EQ(child.receive(msg, 1000), ServerProcess::kClosed);
+  // The child's input is gone too: sending fails without killing the parent by SIGPIPE.
+  EXPECT_EQ(child.sendRequest(Echo, nullptr, 0, 1000), 0u);
+}
+
+TEST_F(FakeServer, SilentChildTimesOutAndCanBeKilled) {
+  ServerProcess child;
+  ASSERT_TRUE(child.start(script(kDrainInput))) << child.lastError();
+  MsgPtr msg;
+  EXPECT_EQ(child.receive(msg, 30), ServerProcess::kTimeout);
+  ChildExit how;
+  EXPECT_FALSE(child.waitExit(20, &how));
+  ASSERT_TRUE(child.kill(SIGTERM));
+  ASSERT_TRUE(child.waitExit(5000, &how));
+  EXPECT_TRUE(how.signaled);
+  EXPECT_EQ(how.signal, SIGTERM);
+}
+
+TEST_F(FakeServer, SendingToAChildThatDoesNotReadTimesOut) {
+  ServerProcess child;
+  ASSERT_TRUE(child.start(script("exec sleep 30\n"))) << child.lastError();
+  const std::vector<char> big(1 << 20, 'x');
+  EXPECT_EQ(child.sendRaw(big.data(), big.size(), 50), ServerProcess::kTimeout);
+  child.kill(SIGKILL);
+}
+
+TEST_F(FakeServer, MalformedFramesAreErrorsNotReadsPastThem) {
+  for (uint64_t size : {8ull, 1ull << 40}) {
+    SCOPED_TRACE(size);
+    ServerProcess child;
+    ASSERT_TRUE(child.start(script("printf '" + frame(size, 0, 1, 0) + "' >&$2\n" + kDrainInput)));
+    MsgPtr msg;
+    EXPECT_EQ(child.receive(msg, 5000), ServerProcess::kError);
+    EXPECT_NE(child.lastError().find("malformed"), std::string::npos) << child.lastError();
+    EXPECT_EQ(child.receive(msg, 0), ServerProcess::kError);
+  }
+}
+
+TEST_F(FakeServer, ChildEndingMidFrameIsAClosedStream) {
+  ServerProcess child;
+  ASSERT_TRUE(child.start(script("printf '" + frame(100, 0, 1, 10) + "' >&$2\n")));
+  MsgPtr msg;
+  EXPECT_EQ(child.receive(msg, 5000), ServerProcess::kClosed);
+  EXPECT_NE(child.lastError().find("middle"), std::string::npos) << child.lastError();
+}
+
+// While waiting for an answer, heartbeats and log records are dropped, other messages kept in order,
+// and a GenericResp for the same sequence number counts as the answer.
+TEST_F(FakeServer, WaitForAnswerKeepsOtherMessagesForReceive) {
+  const std::string out = frame(16, 14, 0, 0) + frame(20, HeartBeat, 0, 4) + frame(1040, LogDbg, 0, 1024) +
+                          frame(20, 16, 2, 4) + frame(16, 18, 0, 0) + frame(276, GenericResp, 1, 260);
+  ServerProcess child;
+  ASSERT_TRUE(child.start(script("printf '" + out + "' >&$2\n" + kDrainInput))) << child.lastError();
+  MsgPtr msg;
+  ASSERT_EQ(child.waitForAnswer(11, 1, msg, 5000), ServerProcess::kOk) << child.lastError();
+  EXPECT_EQ(msg->type, uint32_t(GenericResp));
+  EXPECT_EQ(msg->size, 276u);
+
+  ASSERT_EQ(child.waitForAnswer(16, 2, msg, 5000), ServerProcess::kOk);
+  EXPECT_EQ(msg->seq, 2u);
+  for (uint32_t type : {14u, 18u}) {
+    ASSERT_EQ(child.receive(msg, 1000), ServerProcess::kOk);
+    EXPECT_EQ(msg->type, type);
+  }
+  EXPECT_EQ(child.receive(msg, 20), ServerProcess::kTimeout);
+}
+
+TEST_F(FakeServer, DestroyingTheClientEndsAndReapsTheChild) {
+  pid_t pid;
+  {
+    ServerProcess child;
+    ASSERT_TRUE(child.start(script(kDrainInput)));
+    pid = child.pid();
+  }
+  errno = 0;
+  EXPECT_EQ(-1, waitpid(pid, nullptr, WNOHANG));
+  EXPECT_EQ(errno, ECHILD);
+}
+
+TEST_F(FakeServer, SequenceNumbersSkipZero) {
+  ServerProcess child;
+  std::vector<uint32_t> seen;
+  for (int i = 0; i < 3; ++i) seen.push_back(child.nextSeq());
+  EXPECT_EQ(seen, (std::vector<uint32_t>{1, 2, 3}));
+}
+
+}  // namespace
