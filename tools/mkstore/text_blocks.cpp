@@ -55,21 +55,24 @@ void wrapInto(const std::string& text, size_t width, const char* softBreak, Line
   const size_t breakLen = strlen(softBreak);
   size_t start = 0;
   std::string line;
-  while (start < text.size()) {
-    size_t end = start + width - breakLen;
-    if (end >= text.size()) {
-      block.addLine(text.data() + start, text.size() - start);
-      return;
+  while (text.size() - start > width) {
+    // Quoted-printable keeps the blank before its soft break, so the blank must fit in front of it;
+    // prose drops the blank at the break.
+    const size_t limit = breakLen ? start + width - breakLen - 1 : start + width;
+    const size_t blank = text.rfind(' ', limit);
+    size_t cut, next;
+    if (blank == std::string::npos || blank <= start) {
+      cut = next = start + width - breakLen;  // no blank: hard cut inside a word
+    } else {
+      cut = breakLen ? blank + 1 : blank;
+      next = blank + 1;
     }
-    size_t blank = text.rfind(' ', end);
-    if (blank == std::string::npos || blank <= start) blank = end;  // no blank: hard cut inside a word
-    // Quoted-printable keeps the blank before the soft break, prose drops it.
-    const size_t cut = breakLen ? blank + 1 : blank;
     line.assign(text, start, cut - start);
     line += softBreak;
     block.addLine(line.data(), line.size());
-    start = blank + 1;
+    start = next;
   }
+  block.addLine(text.data() + start, text.size() - start);
 }
 
 }  // namespace
