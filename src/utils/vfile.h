@@ -13,8 +13,10 @@ namespace utils {
 
 class VFile : public VFileStream {
  public:
-  enum AccessFlags { AccessRead = 0, AccessWrite = 1, AccessReadWrite = 2 };
-  enum CreationFlags {
+  // Fixed underlying types: numbers from callers outside the listed values are valid and get the
+  // documented defaults (read-only access, no creation flags).
+  enum AccessFlags : int { AccessRead = 0, AccessWrite = 1, AccessReadWrite = 2 };
+  enum CreationFlags : int {
     CreateNew = 0,         // O_CREAT | O_EXCL
     CreateAlways = 1,      // O_CREAT | O_TRUNC
     OpenExisting = 2,      // none
