@@ -16,6 +16,7 @@ namespace {
 const std::chrono::milliseconds kRedrawPeriod(100);
 const size_t kMaxBarWidth = 30;
 const size_t kMinBarWidth = 10;
+const size_t kMinWidthForBar = 60;
 const size_t kMinLocationWidth = 8;
 
 std::string location(const ProgressEvent& e) {
@@ -97,16 +98,18 @@ std::string ProgressDisplay::statusLine() const {
     if (line.size() + extra.size() <= budget) line += extra;
   }
 
-  // What is left is shared by the bar and the current location.
-  const size_t room = budget - line.size();
+  // The bar's width depends only on the terminal, so that it does not jump as the figures grow; the
+  // current location gets whatever is left.
   std::string bar;
-  if (room >= kMinBarWidth + 3 + kMinLocationWidth + 2) {
-    const size_t barWidth = std::min(kMaxBarWidth, std::max(kMinBarWidth, room / 3));
-    const double fraction = last_.mailboxes ? std::min(1.0, static_cast<double>(last_.processed) /
-                                                                 static_cast<double>(last_.mailboxes))
-                                            : 0.0;
-    const size_t filled = static_cast<size_t>(fraction * static_cast<double>(barWidth));
-    bar = "[" + std::string(filled, '#') + std::string(barWidth - filled, '-') + "] ";
+  if (budget >= kMinWidthForBar) {
+    const size_t barWidth = std::min(kMaxBarWidth, std::max(kMinBarWidth, (budget - 40) / 4));
+    if (line.size() + barWidth + 3 <= budget) {
+      const double fraction = last_.mailboxes ? std::min(1.0, static_cast<double>(last_.processed) /
+                                                                   static_cast<double>(last_.mailboxes))
+                                              : 0.0;
+      const size_t filled = static_cast<size_t>(fraction * static_cast<double>(barWidth));
+      bar = "[" + std::string(filled, '#') + std::string(barWidth - filled, '-') + "] ";
+    }
   }
   line = bar + line;
   const std::string where = location(last_);

@@ -370,13 +370,6 @@ vstat::ProcessStoreReqBuffT buildRequest(const ScanOptions& options) {
   return request;
 }
 
-// The request in wire form: the struct's layout with its integers big-endian.
-void encodeRequest(const vstat::ProcessStoreReqBuffT& request, char wire[sizeof(vstat::ProcessStoreReqBuffT)]) {
-  std::memcpy(wire, &request, sizeof request);
-  vcom::putU32(wire + offsetof(vstat::ProcessStoreReqBuffT, build), request.build);
-  vcom::putU32(wire + offsetof(vstat::ProcessStoreReqBuffT, osCode), request.osCode);
-}
-
 // A text field of a received payload, bounded by its width even when the sender left out the NUL.
 std::string payloadText(const vcom::Msg& msg, size_t offset, size_t width) {
   const size_t available = msg.payloadSize();
@@ -410,9 +403,8 @@ class ScanRun {
       std::fprintf(stderr, "vstat scan: cannot start the server: %s\n", server_.lastError().c_str());
       return kExitNoServer;
     }
-    const vstat::ProcessStoreReqBuffT request = buildRequest(options_);
-    char wire[sizeof request];
-    encodeRequest(request, wire);
+    char wire[vstat::kProcessStoreReqWireSize];
+    vstat::encodeProcessStoreRequest(buildRequest(options_), wire);
     seq_ = server_.sendRequest(vstat::ProcessStore, wire, sizeof wire, kSendTimeoutMs);
     if (seq_ == 0) return serverGone("could not send the scan request: " + server_.lastError());
 
@@ -470,16 +462,19 @@ class ScanRun {
   int handle(const vcom::Msg& msg) {
     switch (msg.type) {
       case vstat::ProgressAsync: {
+        vstat::EventBuffT ev;
+        // A short event cannot come from our server; it is skipped rather than half read.
+        if (!vstat::decodeEvent(msg.payload(), msg.payloadSize(), ev)) return -1;
         ProgressEvent e;
-        e.domain = payloadText(msg, offsetof(vstat::EventBuffT, dom), sizeof(vstat::EventBuffT().dom));
-        e.mailbox = payloadText(msg, offsetof(vstat::EventBuffT, mbox), sizeof(vstat::EventBuffT().mbox));
-        e.processed = payloadU32(msg, offsetof(vstat::EventBuffT, processed));
-        e.mailboxes = payloadU32(msg, offsetof(vstat::EventBuffT, mailboxes));
+        e.domain = ev.dom;
+        e.mailbox = ev.mbox;
+        e.processed = ev.processed;
+        e.mailboxes = ev.mailboxes;
         outcome_.processed = e.processed;
         outcome_.mailboxes = e.mailboxes;
-        if (payloadU32(msg, offsetof(vstat::EventBuffT, run)) == 0) {
+        if (ev.run == 0) {
           outcome_.finished = true;
-          outcome_.reportWritten = payloadU32(msg, offsetof(vstat::EventBuffT, done)) != 0;
+          outcome_.reportWritten = ev.done != 0;
         }
         display_.update(e);
         return -1;

@@ -55,13 +55,15 @@ class FakeServer {
 
   bool sendEvent(const char* dom, const char* mbox, uint32_t processed, uint32_t mailboxes, uint32_t run,
                  uint32_t done) {
-    char payload[sizeof(vstat::EventBuffT)] = {};
-    std::strncpy(payload + offsetof(vstat::EventBuffT, dom), dom, 511);
-    std::strncpy(payload + offsetof(vstat::EventBuffT, mbox), mbox, 511);
-    vcom::putU32(payload + offsetof(vstat::EventBuffT, processed), processed);
-    vcom::putU32(payload + offsetof(vstat::EventBuffT, mailboxes), mailboxes);
-    vcom::putU32(payload + offsetof(vstat::EventBuffT, run), run);
-    vcom::putU32(payload + offsetof(vstat::EventBuffT, done), done);
+    vstat::EventBuffT ev = {};
+    std::strncpy(ev.dom, dom, sizeof ev.dom - 1);
+    std::strncpy(ev.mbox, mbox, sizeof ev.mbox - 1);
+    ev.processed = processed;
+    ev.mailboxes = mailboxes;
+    ev.run = run;
+    ev.done = done;
+    char payload[vstat::kEventWireSize];
+    vstat::encodeEvent(ev, payload);
     return send(vstat::ProgressAsync, 0, payload, sizeof payload);
   }
 
