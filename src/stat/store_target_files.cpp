@@ -1,0 +1,77 @@
+// The file readers of the store walk: a folder's status.fld and index.fld, and one message file.
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include <memory>
+
+#include "mime/mail_struct.h"
+#include "stat/folder_files.h"
+#include "stat/message_classification.h"
+#include "stat/store_target.h"
+#include "utils/vfile.h"
+
+using vorlane::mime::mail_struct;
+using vorlane::utils::VFile;
+
+bool StoreTarget::getFolderProperties(const std::string& folderPath, Collection::FolderType& type,
+                                      unsigned long long& firstTotal, unsigned long long& secondTotal) {
+  FolderStatus status;
+  type = status.type;
+  firstTotal = status.firstTotal;
+  secondTotal = status.secondTotal;
+  VFile file;
+  if (!file.open((folderPath + "/status.fld").c_str(), "r")) return false;
+  char line[kStoreLineBufferSize];
+  while (file.gets(line, sizeof line, true) > 0) parseStatusLine(line, status);
+  type = status.type;
+  firstTotal = status.firstTotal;
+  secondTotal = status.secondTotal;
+  return true;
+}
+
+bool StoreTarget::parseIndexFld(const std::string& domain, const std::string& mailbox, const std::string& folder,
+                                const std::string& indexPath, Collection::FolderType type) {
+  VFile file;
+  if (!file.open(indexPath.c_str(), "r")) return false;
+  char line[kStoreLineBufferSize];
+  unsigned long long size = 0;
+  std::string messageClass;
+  while (file.gets(line, sizeof line, true) > 0) {
+    parseIndexLine(line, size, messageClass);
+    statistic.addMessageInfo(domain, mailbox, folder, type, messageClass, size, 0, 0, 0, 0, false, false);
+  }
+  return true;
+}
+
+bool StoreTarget::processFile(const std::string& domain, const std::string& mailbox, const std::string& folder,
+                              const std::string& path, Collection::FolderType type) {
+  struct stat info;
+  if (::stat(path.c_str(), &info) != 0) {
+    logError("Error obtaining file info " + path + "\n");
+    return false;
+  }
+  // A message name may belong to a FIFO, socket or device (or a link to one): opening or reading it
+  // could block the walk for ever. Such entries are skipped; the check is repeated on the opened
+  // descriptor, which was opened without blocking, in case the entry changed in between.
+  if (!S_ISREG(info.st_mode)) {
+    logError("Skipping " + path + ": not a regular file\n");
+    return false;
+  }
+  VFile file;
+  if (!file.doOpen(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY)) {
+    logError("Unable to open file" + path + " for reading.\n");
+    return false;
+  }
+  struct stat opened;
+  if (::fstat(file.fd(), &opened) != 0 || !S_ISREG(opened.st_mode)) {
+    logError("Skipping " + path + ": not a regular file\n");
+    return false;
+  }
+  // The mail server may hold locks on its files; a statistics reader takes none and never waits.
+  std::unique_ptr<mail_struct> tree(mail_struct::parse(&file));
+  const MessageClassification message = classifyMessage(tree.get());
+  statistic.addMessageInfo(domain, mailbox, folder, type, "", static_cast<unsigned long long>(info.st_size),
+                           message.headerSize, message.plainTextSize, message.htmlSize, message.rtfSize,
+                           message.isSigned, message.isEncrypted);
+  return true;
+}

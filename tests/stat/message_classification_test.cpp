@@ -1,0 +1,98 @@
+#include "stat/message_classification.h"
+
+#include <gtest/gtest.h>
+
+#include <memory>
+#include <sstream>
+#include <string>
+
+#include "utils/vstd_istream.h"
+
+namespace {
+
+using vorlane::mime::mail_struct;
+
+std::unique_ptr<mail_struct> parse(const std::string& text) {
+  std::istringstream in(text);
+  vorlane::utils::VStdIStream stream(&in);
+  return std::unique_ptr<mail_struct>(mail_struct::parse(&stream));
+}
+
+// Part sizes below are counted by hand: a part's total is its header, its empty line and its body,
+// where the line end before a boundary belongs to the boundary.
+const char kPlainPart[] = "Content-Type: text/plain\n\nplain\n";  // 25 + 1 + 5 = 31 before a boundary
+const char kHtmlPart[] = "Content-Type: text/html\n\n<p>x</p>\n";  // 24 + 1 + 8 = 33 before a boundary
+const char kRtfPart[] = "Content-Type: text/rtf\n\n{\\rtf}\n";     // 23 + 1 + 6 = 30 before a boundary
+
+std::string multipart(const std::string& subtype, std::initializer_list<std::string> parts) {
+  std::string text = "Content-Type: multipart/" + subtype + "; boundary=b\n\n";
+  for (const std::string& part : parts) text += "--b\n" + part;
+  return text + "--b--\n";
+}
+
+struct Case {
+  const char* name;
+  std::string message;
+  MessageClassification expected;
+};
+
+MessageClassification sizes(unsigned long long header, unsigned long long plain, unsigned long long html,
+                            unsigned long long rtf, bool isSigned = false, bool isEncrypted = false) {
+  MessageClassification c;
+  c.headerSize = header;
+  c.plainTextSize = plain;
+  c.htmlSize = html;
+  c.rtfSize = rtf;
+  c.isSigned = isSigned;
+  c.isEncrypted = isEncrypted;
+  return c;
+}
+
+TEST(MessageClassification, TopLevelShapesGiveTheirBodySizes) {
+  const std::string alternative = multipart("alternative", {kPlainPart, kHtmlPart, kRtfPart});
+  const unsigned long long mixedHeader = 42;  // "Content-Type: multipart/mixed; boundary=b\n"
+  const unsigned long long altHeader = 48;    // "Content-Type: multipart/alternative; boundary=b\n"
+  const Case cases[] = {
+      {"no header block: the whole text is a plain body", "hello\n", sizes(6, 6, 0, 0)},
+      {"single plain part", "Subject: x\n\nhello\n", sizes(11, 18, 0, 0)},
+      {"single html part", "Content-Type: text/html\n\n<b>\n", sizes(24, 0, 29, 0)},
+      {"single other part", "Content-Type: image/png\n\nxx\n", sizes(24, 0, 0, 0)},
+      {"mixed, plain first", multipart("mixed", {kPlainPart, kHtmlPart}), sizes(mixedHeader, 31, 0, 0)},
+      {"mixed, html first counts no body", multipart("mixed", {kHtmlPart, kPlainPart}),
+       sizes(mixedHeader, 0, 0, 0)},
+      {"alternative with three bodies", alternative, sizes(altHeader, 31, 33, 30)},
+      {"later plain part of an alternative wins",
+       multipart("alternative", {kPlainPart, "Content-Type: text/plain\n\nlonger text\n"}),
+       sizes(altHeader, 37, 0, 0)},
+      {"signed in mixed case gets no sizes", multipart("SiGnEd", {kPlainPart}), sizes(43, 0, 0, 0, true)},
+      {"encrypted", multipart("encrypted", {kPlainPart}), sizes(46, 0, 0, 0, false, true)},
+      {"related is not looked into", multipart("related", {kPlainPart}), sizes(44, 0, 0, 0)},
+  };
+  for (const Case& c : cases) {
+    std::unique_ptr<mail_struct> tree = parse(c.message);
+    ASSERT_TRUE(tree) << c.name;
+    MessageClassification got = classifyMessage(tree.get());
+    EXPECT_EQ(got.headerSize, c.expected.headerSize) << c.name;
+    EXPECT_EQ(got.plainTextSize, c.expected.plainTextSize) << c.name;
+    EXPECT_EQ(got.htmlSize, c.expected.htmlSize) << c.name;
+    EXPECT_EQ(got.rtfSize, c.expected.rtfSize) << c.name;
+    EXPECT_EQ(got.isSigned, c.expected.isSigned) << c.name;
+    EXPECT_EQ(got.isEncrypted, c.expected.isEncrypted) << c.name;
+  }
+}
+
+TEST(MessageClassification, AlternativeInsideMixedIsLookedInto) {
+  std::string inner = "Content-Type: multipart/alternative; boundary=i\n\n--i\n" + std::string(kHtmlPart) + "--i--\n";
+  std::unique_ptr<mail_struct> tree = parse(multipart("mixed", {inner, kPlainPart}));
+  ASSERT_TRUE(tree);
+  EXPECT_EQ(classifyMessage(tree.get()).htmlSize, 33u);
+  EXPECT_EQ(classifyMessage(tree.get()).plainTextSize, 0u);
+}
+
+TEST(MessageClassification, NoTreeClassifiesAsNothing) {
+  MessageClassification got = classifyMessage(nullptr);
+  EXPECT_EQ(got.headerSize + got.plainTextSize + got.htmlSize + got.rtfSize, 0u);
+  EXPECT_FALSE(got.isSigned || got.isEncrypted);
+}
+
+}  // namespace

@@ -1,0 +1,86 @@
+#include "stat/report_file.h"
+
+#include <dirent.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <fstream>
+#include <sstream>
+
+#include <gtest/gtest.h>
+
+#include "scratch_dir.h"
+
+namespace {
+
+std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+int entryCount(const std::string& dir) {
+  int count = 0;
+  if (DIR* d = ::opendir(dir.c_str())) {
+    while (dirent* e = ::readdir(d)) count += e->d_name[0] != '.';
+    ::closedir(d);
+  }
+  return count;
+}
+
+TEST(ReportFile, ReplacesAnExistingFileWholeAndLeavesNoTemporary) {
+  ScratchDir dir;
+  std::string path = dir.write("report.xml", "old text that is longer than the new one");
+  std::string error;
+  ASSERT_TRUE(replaceFileContents(path, "new", error)) << error;
+  EXPECT_EQ(readFile(path), "new");
+  EXPECT_EQ(entryCount(dir.path()), 1);
+}
+
+TEST(ReportFile, PlantedSymlinkIsReplacedAndItsTargetUntouched) {
+  ScratchDir dir;
+  std::string target = dir.write("victim", "precious");
+  std::string path = dir.path() + "/report.xml";
+  ASSERT_EQ(::symlink(target.c_str(), path.c_str()), 0);
+  std::string error;
+  ASSERT_TRUE(replaceFileContents(path, "report", error)) << error;
+  struct stat info;
+  ASSERT_EQ(::lstat(path.c_str(), &info), 0);
+  EXPECT_TRUE(S_ISREG(info.st_mode));
+  EXPECT_EQ(readFile(path), "report");
+  EXPECT_EQ(readFile(target), "precious");
+}
+
+TEST(ReportFile, PermissionsFollowTheUmask) {
+  ScratchDir dir;
+  for (mode_t mask : {mode_t(022), mode_t(077)}) {
+    mode_t old = ::umask(mask);
+    std::string path = dir.path() + "/report.xml";
+    std::string error;
+    ASSERT_TRUE(replaceFileContents(path, "x", error)) << error;
+    ::umask(old);
+    struct stat info;
+    ASSERT_EQ(::stat(path.c_str(), &info), 0);
+    EXPECT_EQ(info.st_mode & 0777, 0666 & ~mask) << std::oct << mask;
+  }
+}
+
+TEST(ReportFile, DirectoryInTheWayFailsWithPathAndReasonAndCleansUp) {
+  ScratchDir dir;
+  std::string path = dir.mkdirs("report.xml");
+  std::string error;
+  EXPECT_FALSE(replaceFileContents(path, "x", error));
+  EXPECT_NE(error.find(path), std::string::npos) << error;
+  EXPECT_NE(error.find("directory"), std::string::npos) << error;
+  EXPECT_EQ(entryCount(dir.path()), 1);
+}
+
+TEST(ReportFile, MissingDirectoryFailsWithReason) {
+  ScratchDir dir;
+  std::string error;
+  EXPECT_FALSE(replaceFileContents(dir.path() + "/no/such/report.xml", "x", error));
+  EXPECT_NE(error.find("No such file or directory"), std::string::npos) << error;
+}
+
+}  // namespace

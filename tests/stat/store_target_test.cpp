@@ -1,0 +1,228 @@
+// The store walk over small hand-made stores: what reaches the statistic, which progress events go out
+// in which order, and how the walk treats odd entries and a stop request.
+#include "stat/store_target.h"
+
+#include <sys/resource.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "scratch_dir.h"
+
+namespace {
+
+struct Event {
+  std::string dom, mbox;
+  unsigned processed, mailboxes, run, done;
+};
+
+class FakeChannel : public JobChannel {
+ public:
+  int sendProgressMsg(vorlane::vstat::EventBuffT& ev) override {
+    events.push_back({ev.dom, ev.mbox, ev.processed, ev.mailboxes, ev.run, ev.done});
+    return 0;
+  }
+  void sendErrMsg(const std::string& text) override { lines.push_back(text); }
+  // Answers "stop" from the stopAtPoll-th poll on (0 = never).
+  bool isStopRequested() const override { return stopAtPoll != 0 && ++polls >= stopAtPoll; }
+
+  bool logged(const std::string& text) const {
+    for (const std::string& line : lines) {
+      if (line.find(text) != std::string::npos) return true;
+    }
+    return false;
+  }
+
+  std::vector<Event> events;
+  std::vector<std::string> lines;
+  int stopAtPoll = 0;
+  mutable int polls = 0;
+};
+
+const char kMessage[] = "Subject: a\n\nhello\n";  // 18 bytes, a plain-text body of 18
+
+class StoreWalk : public ::testing::Test {
+ protected:
+  // Runs the whole job over store/mail and keeps the report next to the store.
+  void run() {
+    target.setRoot(store.path() + "/mail");
+    target.setReportPath(reportPath);
+    target.countStatistic();
+  }
+
+  unsigned long long value(const std::string& collection, Counter::Type type, bool sum = false) const {
+    for (const Statistic::CollectionPtr& c : target.getStatistic().getMessageCollections()) {
+      if (c->name != collection) continue;
+      Collection::CounterPtr counter = c->getCounter(type);
+      if (!counter) break;
+      return sum ? counter->getSum() : counter->getCount();
+    }
+    ADD_FAILURE() << "no counter " << type << " in " << collection;
+    return 0;
+  }
+  unsigned long long anyFolder(Counter::Type type, bool sum = false) const {
+    return value("Any folder class - any folder type", type, sum);
+  }
+
+  ScratchDir store;
+  FakeChannel channel;
+  StoreTarget target{&channel};
+  std::string reportPath = store.path() + "/report.xml";
+};
+
+TEST_F(StoreWalk, CountsFoldersMessagesAndIndexesOfEveryKind) {
+  store.write("mail/a.com/john/INBOX/status.fld", "T0\nM2\nS300\n");
+  store.write("mail/a.com/john/INBOX/#msgs/1.eml", kMessage);
+  store.write("mail/a.com/john/INBOX/#msgs/2.EML", kMessage);
+  store.write("mail/a.com/john/INBOX/#msgs/notes.txt", "not a message");
+  store.write("mail/a.com/john/INBOX/index.fld", "S999\n");  // a mail folder's index is not trusted
+  store.write("mail/a.com/john/Contacts/status.fld", "T1\nM2\nS50\n");
+  store.write("mail/a.com/john/Contacts/index.fld", "CIPM.DistList S20\nS30");
+  store.write("mail/a.com/john/Contacts/#msgs/3.eml", kMessage);  // other folders are not opened
+  store.write("mail/a.com/john/NoStatus/#msgs/4.eml", kMessage);
+  for (const char* skipped : {"#assoc", "Reminders", "search root", "IPM_VIEWS", "#sync"}) {
+    store.write(std::string("mail/a.com/john/") + skipped + "/status.fld", "T0\n");
+    store.write(std::string("mail/a.com/john/") + skipped + "/#msgs/9.eml", kMessage);
+  }
+  store.write("mail/#public/Shared/status.fld", "T0\nM1\nS18\n");
+  store.write("mail/#public/Shared/#msgs/5.eml", kMessage);
+  run();
+
+  EXPECT_EQ(target.getMailboxCount(), 2u);
+  EXPECT_EQ(anyFolder(Counter::MessageCount), 6u);  // 2 INBOX + 2 index lines + NoStatus + Shared
+  EXPECT_EQ(anyFolder(Counter::MessageSize, true), 4 * 18u + 20 + 30);
+  EXPECT_EQ(anyFolder(Counter::FolderCount), 3u);  // a folder without status.fld is not a folder
+  EXPECT_EQ(anyFolder(Counter::DomainCount), 1u);
+  EXPECT_EQ(value("IPF.Contact - any folder type", Counter::DistributionListCount), 1u);
+  EXPECT_EQ(value("IPF.Note - folder INBOX", Counter::PlainTextBodySize, true), 2 * 18u);
+  EXPECT_EQ(value("IPF.Note - public folders", Counter::MessageCount), 1u);
+  EXPECT_TRUE(target.isReportWritten());
+  EXPECT_EQ(::access(reportPath.c_str(), R_OK), 0);
+}
+
+TEST_F(StoreWalk, ProgressEventsFollowDomainsAndMailboxes) {
+  store.write("mail/a.com/john/INBOX/status.fld", "T0\n");
+  store.mkdirs("mail/#public/Shared");
+  run();
+
+  // Per domain, in order: entering the mailbox level, then for a user mailbox one event before and one
+  // after it; the public tree reports once more when it is finished. Domains come in listing order.
+  std::vector<std::string> aCom, pub;
+  for (size_t i = 0; i + 1 < channel.events.size(); ++i) {
+    const Event& e = channel.events[i];
+    EXPECT_EQ(e.mailboxes, 2u);
+    EXPECT_EQ(e.run, 1u);
+    (e.dom == "a.com" ? aCom : pub).push_back(e.mbox + "@" + std::to_string(e.processed));
+  }
+  ASSERT_EQ(aCom.size(), 3u);
+  EXPECT_EQ(aCom[0].substr(0, 1), "@");
+  EXPECT_EQ(aCom[1].substr(0, 5), "john@");
+  EXPECT_EQ(aCom[2], "john@" + std::to_string(std::stoi(aCom[1].substr(5)) + 1));
+  ASSERT_EQ(pub.size(), 2u);
+  EXPECT_EQ(pub[1], "@" + std::to_string(std::stoi(pub[0].substr(1)) + 1));
+
+  const Event& last = channel.events.back();
+  EXPECT_EQ(last.dom + last.mbox, "");
+  EXPECT_EQ(last.processed, 2u);
+  EXPECT_EQ(last.run, 0u);
+  EXPECT_EQ(last.done, 1u);
+}
+
+TEST_F(StoreWalk, StopDuringAMailboxUnwindsWithoutMergingAndStillReports) {
+  store.write("mail/a.com/john/INBOX/status.fld", "T0\n");
+  for (const char* name : {"1.eml", "2.eml", "3.eml"}) store.write(std::string("mail/a.com/john/INBOX/#msgs/") + name, kMessage);
+  channel.stopAtPoll = 1;  // the poll after the first message file
+  run();
+
+  EXPECT_EQ(anyFolder(Counter::MessageCount), 1u);
+  EXPECT_EQ(value("Any folder class - user folders", Counter::FolderCountPerUser), 0u);  // no merge
+  ASSERT_EQ(channel.events.size(), 3u);  // entering a.com, entering john, final
+  EXPECT_EQ(channel.events[1].mbox, "john");
+  EXPECT_EQ(channel.events.back().processed, 0u);
+  EXPECT_EQ(channel.events.back().run, 0u);
+  EXPECT_EQ(channel.events.back().done, 1u);
+}
+
+TEST_F(StoreWalk, OnlyTheIndexCountsInFoldersOtherThanMail) {
+  store.write("mail/a.com/john/Tasks/status.fld", "T3\n");
+  store.write("mail/a.com/john/Tasks/index.fld", "S10\nS20\n\n");
+  store.write("mail/a.com/john/Tasks/#msgs/1.eml", kMessage);
+  run();
+  EXPECT_EQ(value("IPF.Task - folder Tasks", Counter::MessageCount), 3u);  // an empty line is a message
+  EXPECT_EQ(anyFolder(Counter::MessageSize, true), 30u);
+}
+
+TEST_F(StoreWalk, EntriesThatCouldBlockAreSkippedWithAnErrorLine) {
+  std::string msgs = store.mkdirs("mail/a.com/john/INBOX/#msgs");
+  store.write("mail/a.com/john/INBOX/status.fld", "T0\n");
+  store.write("mail/a.com/john/INBOX/#msgs/1.eml", kMessage);
+  ASSERT_EQ(::mkfifo((msgs + "/fifo.eml").c_str(), 0644), 0);
+  ASSERT_EQ(::symlink((msgs + "/fifo.eml").c_str(), (msgs + "/link.eml").c_str()), 0);
+  ASSERT_EQ(::symlink("/dev/zero", (msgs + "/device.eml").c_str()), 0);
+  store.mkdirs("mail/a.com/john/INBOX/#msgs/dir.eml");
+  run();
+
+  EXPECT_EQ(anyFolder(Counter::MessageCount), 1u);
+  for (const char* name : {"/fifo.eml", "/link.eml", "/device.eml", "/dir.eml"}) {
+    EXPECT_TRUE(channel.logged("Skipping " + msgs + name + ": not a regular file")) << name;
+  }
+}
+
+TEST_F(StoreWalk, SymlinkedFoldersAreNotEntered) {
+  std::string inbox = store.mkdirs("mail/a.com/john/INBOX");
+  store.write("mail/a.com/john/INBOX/status.fld", "T0\n");
+  store.write("mail/a.com/john/INBOX/#msgs/1.eml", kMessage);
+  ASSERT_EQ(::symlink(inbox.c_str(), (store.path() + "/mail/a.com/john/Again").c_str()), 0);
+  ASSERT_EQ(::symlink(inbox.c_str(), (store.path() + "/mail/b.com").c_str()), 0);
+  run();
+  EXPECT_EQ(anyFolder(Counter::MessageCount), 1u);
+  EXPECT_EQ(anyFolder(Counter::DomainCount), 1u);
+  EXPECT_EQ(target.getMailboxCount(), 1u);
+}
+
+TEST_F(StoreWalk, UnwritableReportIsReportedAndTheFinalEventSaysSo) {
+  store.mkdirs("mail/a.com/john");
+  reportPath = store.mkdirs("report-is-a-directory");
+  run();
+  EXPECT_FALSE(target.isReportWritten());
+  EXPECT_TRUE(channel.logged("Open report file " + reportPath + " failed.\n"));
+  EXPECT_TRUE(channel.logged("Is a directory"));
+  ASSERT_FALSE(channel.events.empty());
+  EXPECT_EQ(channel.events.back().done, 0u);
+  EXPECT_EQ(channel.events.back().run, 0u);
+}
+
+TEST_F(StoreWalk, UnreadableDirectoryIsReportedAndSkipped) {
+  store.write("mail/a.com/john/INBOX/status.fld", "T0\n");
+  StoreTarget missing(&channel);
+  missing.setRoot(store.path() + "/no-such-store/mail");
+  missing.setReportPath(reportPath);
+  missing.countStatistic();
+  EXPECT_TRUE(channel.logged("Unable to open directory " + store.path() + "/no-such-store/mail\n"));
+  EXPECT_TRUE(missing.isReportWritten());
+}
+
+// A tree deeper than the descriptor limit would allow if every level kept its directory open.
+TEST_F(StoreWalk, FolderTreesDeeperThanTheDescriptorLimitAreWalkedToTheBottom) {
+  struct rlimit old;
+  ASSERT_EQ(::getrlimit(RLIMIT_NOFILE, &old), 0);
+  struct rlimit low = old;
+  low.rlim_cur = 48;
+  ASSERT_EQ(::setrlimit(RLIMIT_NOFILE, &low), 0);
+  const int depth = 120;
+  std::string relative = "mail/a.com/john";
+  for (int i = 0; i < depth; ++i) relative += "/d";
+  store.write(relative + "/status.fld", "T0\n");
+  store.write(relative + "/#msgs/1.eml", kMessage);
+  run();
+  ::setrlimit(RLIMIT_NOFILE, &old);
+  EXPECT_EQ(anyFolder(Counter::MessageCount), 1u);
+  EXPECT_EQ(anyFolder(Counter::FolderCount), 1u);
+  EXPECT_FALSE(channel.logged("Unable to open directory"));
+}
+
+}  // namespace
