@@ -15,10 +15,12 @@ function(vstat_layer name)
   endif()
 endfunction()
 
-# vstat_test(NAME SOURCES ... DEPS ... [LABELS ...]): a GoogleTest binary registered test by test with CTest.
-# Tests know where the built programs and the test data live through two definitions.
+# vstat_test(NAME SOURCES ... DEPS ... [LABELS ...] [RESOURCE_LOCK name]): a GoogleTest binary registered
+# test by test with CTest. Tests sharing a RESOURCE_LOCK never run at the same time (for example those that
+# write the fixed report path). Tests know where the built programs and the test data live through two
+# definitions.
 function(vstat_test name)
-  cmake_parse_arguments(ARG "" "" "SOURCES;DEPS;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "" "RESOURCE_LOCK" "SOURCES;DEPS;LABELS" ${ARGN})
   if(NOT ARG_SOURCES)
     return()
   endif()
@@ -28,7 +30,11 @@ function(vstat_test name)
     VSTAT_BIN_DIR="${VSTAT_BIN_DIR}"
     VSTAT_TEST_DATA_DIR="${PROJECT_SOURCE_DIR}/tests/data")
   include(GoogleTest)
-  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES LABELS "${ARG_LABELS}" TIMEOUT 120)
+  set(properties LABELS "${ARG_LABELS}" TIMEOUT 120)
+  if(ARG_RESOURCE_LOCK)
+    list(APPEND properties RESOURCE_LOCK ${ARG_RESOURCE_LOCK})
+  endif()
+  gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES ${properties})
 endfunction()
 
 # Sources of a folder, found at configure time (re-globbed when files are added).
