@@ -15,6 +15,10 @@ namespace {
 
 const unsigned kMaxTokenLength = AttrParser::kTokenSize - 1;
 const size_t kMaxNameLength = sizeof(static_cast<mail_attr*>(nullptr)->name) - 1;
+// Real headers carry a handful of parameters. These bounds keep hostile input linear in time and
+// memory: sections beyond the first 1024 are ignored, and a named lookup tries at most 64 occurrences.
+const size_t kMaxParts = 1024;
+const int kMaxOccurrences = 64;
 
 const char kMsgAssignOrStar[] = "'=' or '*' expected.";
 const char kMsgStringOrAssign[] = "<string> or '=' expected.";
@@ -362,7 +366,7 @@ bool AttrParser::attrParse(std::vector<mail_attr>& out) {
   errors_.clear();
   PartList parts;
   AttrPart scratch;
-  while (fetchNextToken() != T_END) {
+  while (parts.size() < kMaxParts && fetchNextToken() != T_END) {
     // A ';' with nothing after it ("text/plain; charset=x;") is common and harmless: not a problem.
     if (lookaheadToken_ == T_SEMICOLON && restIsBlank(pos_)) break;
     scratch.clear();
@@ -393,9 +397,11 @@ bool AttrParser::namedAttrParse(const char* name, char* out, unsigned size) {
   AttrPart part;
   const char* search = pos_;
   const char* hit = nullptr;
-  while (nameLength > 0 && (hit = findNoCase(search, name, nameLength)) != nullptr) {
+  int tried = 0;
+  while (nameLength > 0 && tried < kMaxOccurrences && (hit = findNoCase(search, name, nameLength)) != nullptr) {
     search = hit + 1;
     if (hit != saved && isRight(hit[-1])) continue;
+    ++tried;
     pos_ = hit;
     lookahead_ = false;
     part.clear();

@@ -3,7 +3,8 @@
 // language). Sections of one parameter are joined in section order and extended values are brought to
 // UTF-8. Problems never leave the parser: each becomes one message in the error list and whatever parsed
 // is kept. Works in place on the caller's text (which must outlive the parser) with fixed buffers:
-// tokens and section values hold at most 1023 characters, result names at most 31.
+// tokens and section values hold at most 1023 characters, result names at most 31; at most 1024
+// sections are read per header and a named lookup tries at most 64 occurrences of the name.
 // Not thread-safe; one parser per header value.
 #pragma once
 

@@ -40,18 +40,23 @@ struct EncodedWord {
   const char* end;  // one past the closing "?="
 };
 
-// Recognises "=?charset?B|Q?text?=" at p; the text may hold no white space.
-bool parseEncodedWord(const char* p, EncodedWord& w) {
+// Recognises "=?charset?B|Q?text?=" at p; the text may hold no white space. When the text runs into a
+// blank or the end without closing, *unclosed is set there: no word can start before that point either
+// (its text would run into the same place), which keeps hostile input linear.
+bool parseEncodedWord(const char* p, EncodedWord& w, const char** unclosed) {
   if (p[0] != '=' || p[1] != '?') return false;
   const char* q = p + 2;
-  while (*q != 0 && *q != '?' && !isWhite(*q)) ++q;
+  while (*q != 0 && *q != '?' && !isWhite(*q) && static_cast<size_t>(q - (p + 2)) <= kMaxCharsetLength) ++q;
   if (*q != '?' || q == p + 2 || static_cast<size_t>(q - (p + 2)) > kMaxCharsetLength) return false;
   const char encoding = q[1];
-  if (std::strchr("BbQq", encoding) == nullptr || encoding == 0 || q[2] != '?') return false;
+  if (encoding == 0 || std::strchr("BbQq", encoding) == nullptr || q[2] != '?') return false;
   const char* text = q + 3;
   const char* e = text;
   while (*e != 0 && !isWhite(*e) && !(e[0] == '?' && e[1] == '=')) ++e;
-  if (e[0] != '?' || e[1] != '=') return false;
+  if (e[0] != '?' || e[1] != '=') {
+    *unclosed = e;
+    return false;
+  }
   w.charset = p + 2;
   const char* star = static_cast<const char*>(std::memchr(w.charset, '*', q - w.charset));
   w.charsetLength = (star != nullptr ? star : q) - w.charset;
@@ -141,9 +146,10 @@ std::string decodeHeaderText(const char* text) {
   out.reserve(std::strlen(text));
   Run run;
   EncodedWord w;
+  const char* unclosed = text;
   const char* p = text;
   while (*p != 0) {
-    if (parseEncodedWord(p, w)) {
+    if (p >= unclosed && parseEncodedWord(p, w, &unclosed)) {
       if (run.active() && run.sameCharset(w)) {
         run.add(w);
       } else {
@@ -154,7 +160,7 @@ std::string decodeHeaderText(const char* text) {
       // Blanks up to a following encoded word are folding and vanish; before anything else they stay.
       const char* next = p;
       while (isWhite(*next)) ++next;
-      if (next != p && parseEncodedWord(next, w)) p = next;
+      if (next != p && parseEncodedWord(next, w, &unclosed)) p = next;
       continue;
     }
     run.flush(out);

@@ -15,6 +15,9 @@ namespace {
 
 // Level numbers saturate here: no real thread is that deep, and the count must not overflow.
 const long kMaxLevel = 1000000;
+// Each "[fwd: ...]" unwrapping rescans the text; past this many wrappings the rest is left as it is,
+// so a hostile subject cannot make the work quadratic.
+const int kMaxUnwrap = 100;
 
 bool isWhite(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' || c == '\v' || c == '\f'; }
 
@@ -100,8 +103,9 @@ std::string normalizeSubject(const char* subject, int* count) {
   std::vector<char> copy(decoded.begin(), decoded.end());
   copy.push_back(0);
   char* start = copy.data();
-  for (;;) {
+  for (int round = 0;; ++round) {
     start = do_normalizeSubject(start, count);
+    if (round == kMaxUnwrap) break;
     const size_t length = std::strlen(start);
     if (length < 6 || strncasecmp(start, "[fwd:", 5) != 0 || start[length - 1] != ']') break;
     ++*count;

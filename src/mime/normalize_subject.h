@@ -1,7 +1,8 @@
 // Reduces a message subject to its base text for threading and comparison: decodes encoded words,
 // strips reply and forward markers ("Re:", "Fwd:", "Fw:" with an optional "[level]", a trailing
 // "(fwd)", a wrapping "[fwd: ...]") and leading list tags in brackets, and counts the reply and forward
-// levels removed. A subject that is only a bracketed tag is kept whole.
+// levels removed. A subject that is only a bracketed tag is kept whole. At most 100 "[fwd:" wrappings
+// are unwrapped; level numbers count at most 1000000.
 // Pure functions on caller-owned text; safe from any thread as far as the conversion library is.
 #pragma once
 

@@ -47,6 +47,7 @@ TEST(DecodeHeaderText, DecodesWordsAndDropsBlanksBetweenThem) {
       {"Re: =?us-ascii?Q?a?=  =?us-ascii?Q?b?=\r\n =?iso-8859-1?Q?c?= end", "Re: abc end"},
       {"=?us-ascii?Q?a?= b =?us-ascii?Q?c?=", "a b c"},
       {"x=?us-ascii?Q?a?=y", "xay"},
+      {"=?us-ascii?Q?open =?us-ascii?Q?b?=", "=?us-ascii?Q?open b"},
       // A character split over two words of one charset is put together before conversion.
       {"=?utf-8?Q?=C3?= =?utf-8?Q?=A9?=", "\xc3\xa9"},
       {"=?utf-8?B?w6k=?=", "\xc3\xa9"},

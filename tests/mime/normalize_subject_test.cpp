@@ -49,6 +49,15 @@ TEST(NormalizeSubject, StripsMarkersAndCountsLevels) {
   }
 }
 
+TEST(NormalizeSubject, UnwrapsAtMostAHundredForwardWrappings) {
+  std::string subject = "x";
+  for (int i = 0; i < 150; ++i) subject = "[Fwd: " + subject + "]";
+  int count = 0;
+  const std::string base = normalizeSubject(subject.c_str(), &count);
+  EXPECT_EQ(count, 100);
+  EXPECT_EQ(base.compare(0, 5, "[Fwd:"), 0) << base;
+}
+
 TEST(NormalizeSubject, OnePassCutsTheCallersBufferInPlace) {
   char text[] = "Re: topic (fwd) ";
   int count = 0;
