@@ -52,7 +52,6 @@ class Counter : public Named {
   unsigned long long getCount() const { return count; }
   unsigned long long getSum() const { return sum; }
   unsigned long long getMax() const { return max; }
-  bool isValueOnly() const { return valueOnly; }
   // Not guarded against a zero count (gives NaN); the report prints "undef" for that case instead.
   float getAverage() const;
 

@@ -120,7 +120,15 @@ void Statistic::report(std::ostream& out, vorlane::vstat::ProcessStoreReqBuffT r
          "Vorlane Works -->"
       << std::endl
       << std::endl;
+  // Counters leave fixed two-decimal notation on the stream; the version is always written in the
+  // default notation ("0.3"), also when a report follows another one on the same stream.
+  const std::ios_base::fmtflags flags = out.flags();
+  const std::streamsize precision = out.precision();
+  out.unsetf(std::ios_base::floatfield);
+  out.precision(6);
   out << "<vlsStoreStatistic version='" << kReportVersion << "'>" << std::endl;
+  out.flags(flags);
+  out.precision(precision);
   out << "\t<productVersion>";
   writeField(out, request.productVersion);
   out << "</productVersion>" << std::endl;

@@ -158,18 +158,6 @@ TEST(Collection, AddValueFeedsOnlyTheCounterOfThatType) {
   EXPECT_EQ(collection.getCounters().size(), 2u);
 }
 
-TEST(Collection, AddingUnderAnExistingTypeReplacesTheCounter) {
-  Collection collection;
-  const unsigned long long limits[] = {10};
-  collection.addCounter(Counter::MessageSize, "Message size", false);
-  collection.addValue(Counter::MessageSize, 5);
-  collection.addHistogram(Counter::MessageSize, "Message size", limits, 1);
-  const Collection::CounterPtr counter = collection.getCounter(Counter::MessageSize);
-  EXPECT_EQ(counter->getCount(), 0u);
-  collection.addValue(Counter::MessageSize, 5);
-  EXPECT_EQ(dynamic_cast<HistogramCounter&>(*counter).getHistogramData()[0].count, 1u);
-}
-
 // Each user adds one sample, the number of its matching folders; zero included.
 TEST(Collection, PerUserCountersBecomeOneSamplePerUser) {
   const unsigned long long limits[] = {0, 1, 2, 3};
@@ -199,15 +187,6 @@ TEST(Collection, PerUserCountersBecomeOneSamplePerUser) {
   EXPECT_EQ(buckets[0].count, 1u);
   EXPECT_EQ(buckets[1].count, 1u);
   EXPECT_EQ(buckets[2].count, 1u);
-}
-
-TEST(Collection, MergeWithoutPerUserCountersChangesNothing) {
-  Collection collection;
-  collection.addCounter(Counter::MessageCount, "Message count", true);
-  collection.resetUserCounters();
-  collection.mergeUserCounters();
-  EXPECT_EQ(collection.getCounter(Counter::MessageCount)->getCount(), 0u);
-  EXPECT_EQ(collection.getCounters().size(), 1u);
 }
 
 // Counters appear in type order whatever the order of adding; the temporary one never appears.

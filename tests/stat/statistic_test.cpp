@@ -116,19 +116,6 @@ TEST_F(StatisticTest, EachFolderFeedsExactlyItsCollections) {
   }
 }
 
-TEST_F(StatisticTest, MessageSizesFeedTheirHistograms) {
-  message("example.com", "alice", "INBOX", kMail, 5000, 1000, 2000);
-  const char* inbox = "IPF.Note - folder INBOX";
-  EXPECT_EQ(counterOf(statistic, inbox, Counter::MessageSize).getSum(), 5000u);
-  EXPECT_EQ(counterOf(statistic, inbox, Counter::MessageHeaderSize).getSum(), 1000u);
-  EXPECT_EQ(counterOf(statistic, inbox, Counter::PlainTextBodySize).getSum(), 2000u);
-  EXPECT_EQ(counterOf(statistic, inbox, Counter::HtmlBodySize).getCount(), 0u);
-  EXPECT_EQ(counterOf(statistic, inbox, Counter::RtfBodySize).getCount(), 0u);
-  EXPECT_EQ(counterOf(statistic, inbox, Counter::AttachmentSize).getSum(), 2000u);
-  EXPECT_EQ(counterOf(statistic, kSummaryAny, Counter::MessageSize).getSum(), 5000u);
-  EXPECT_EQ(counterOf(statistic, kSummaryNote, Counter::OnlyPlainTextCount).getCount(), 1u);
-}
-
 // A zero size and header still count as samples; only bodies of size 0 do not exist.
 TEST_F(StatisticTest, EmptyMessageStillCountsItsSizeAndHeader) {
   message("example.com", "alice", "INBOX", kMail, 0, 0);
@@ -243,14 +230,6 @@ TEST_F(StatisticTest, FolderWithoutUserOrNameIsIgnoredExceptThePublicRoot) {
   EXPECT_EQ(counterOf(statistic, "IPF.Note - public folders", Counter::FolderSize).getSum(), 100u);
 }
 
-TEST_F(StatisticTest, DomainsAreCountedOnlyWhereTheCounterExists) {
-  statistic.addDomainInfo();
-  statistic.addDomainInfo();
-  EXPECT_EQ(fedCollections(statistic, Counter::DomainCount), Names{kSummaryAny});
-  EXPECT_EQ(counterOf(statistic, kSummaryAny, Counter::DomainCount).getCount(), 2u);
-  EXPECT_EQ(totalSamples(statistic), 2u);
-}
-
 // Every user adds one sample to each per-user histogram whose public type fits, matching folders or not.
 TEST_F(StatisticTest, UsersFeedPerUserHistogramsOfTheirPublicType) {
   statistic.resetUserCounters("example.com", "alice");
@@ -283,10 +262,3 @@ TEST_F(StatisticTest, UsersFeedPerUserHistogramsOfTheirPublicType) {
   EXPECT_EQ(users.getCount(), 2u);
 }
 
-TEST_F(StatisticTest, PurgeDropsEveryCollection) {
-  statistic.purge();
-  EXPECT_TRUE(statistic.getMessageCollections().empty());
-  statistic.addDomainInfo();
-  statistic.addMessageInfo("d", "u", "INBOX", kMail, "IPM.Note", 1, 1, 1, 1, 1, true, true);
-  EXPECT_TRUE(statistic.getMessageCollections().empty());
-}
