@@ -15,6 +15,14 @@
 
 using namespace vorlane::tiny;
 
+#if defined(__SANITIZE_THREAD__)
+// ThreadSanitizer enlarges every thread's stack and flags the unwinding that pthread_exit does
+// inside a signal handler.
+const bool kThreadSanitizer = true;
+#else
+const bool kThreadSanitizer = false;
+#endif
+
 namespace {
 
 struct Probe {
@@ -69,7 +77,11 @@ TEST(Thread, RunsOnTheRequestedStackAndIsJoinable) {
   EXPECT_NE(handle, 0u);
   probe.go.signal();
   EXPECT_TRUE(waitForThreadClose(handle));
-  EXPECT_EQ(probe.stackSize, 16384u);
+  if (kThreadSanitizer) {
+    EXPECT_GE(probe.stackSize, 16384u);
+  } else {
+    EXPECT_EQ(probe.stackSize, 16384u);
+  }
   EXPECT_EQ(probe.detachState, PTHREAD_CREATE_JOINABLE);
   EXPECT_NE(probe.id, threadID()) << "a thread of its own";
 }
@@ -165,6 +177,7 @@ void spinUntilKilled(void*) {
 }  // namespace
 
 TEST(TerminateThreads, EndsAThreadThatWouldNeverEndAndRestoresTheHandler) {
+  if (kThreadSanitizer) GTEST_SKIP() << "ending a thread from a signal handler is signal-unsafe by design";
   struct sigaction before;
   sigaction(SIGUSR2, nullptr, &before);
 
