@@ -51,24 +51,11 @@ TEST(ProgressDisplay, ElapsedTimeIsMinutesSecondsOrHours) {
 }
 
 // Before the server has counted the mailboxes there is no total: no percentage, an empty bar, no rate.
-TEST(ProgressDisplay, BarAtZeroShowsNoPercentageAndNoRate) {
-  FakeClock t;
-  std::ostringstream out;
-  ProgressDisplay d(out, true, 100, t.clock());
-  size_t filled = 0;
-  size_t width = 0;
-  ASSERT_TRUE(parseBar(d.statusLine(), filled, width)) << d.statusLine();
-  EXPECT_EQ(filled, 0u);
-  EXPECT_EQ(d.statusLine().substr(width + 3), "  -% 0/? mailboxes  0:00");
-  t.advance(5000);
-  d.update(event("a.com", "", 0, 0));
-  EXPECT_EQ(d.statusLine().find("/s"), std::string::npos) << d.statusLine();
-  EXPECT_NE(d.statusLine().find("0:05  a.com"), std::string::npos) << d.statusLine();
-}
-
-TEST(ProgressDisplay, PartialAndFullProgressShowPercentRateAndEta) {
-  struct Case { unsigned long processed; unsigned long total; const char* percent; const char* rest; double fraction; };
-  for (const Case& c : {Case{37, 88, " 42% 37/88 mailboxes  0:10  3.7/s  ETA 0:13", "", 37.0 / 88},
+// More mailboxes done than counted (the public tree counts as one) stays at 100%.
+TEST(ProgressDisplay, BarShowsPercentRateAndEtaFromZeroToFull) {
+  struct Case { unsigned long processed; unsigned long total; const char* shown; const char* absent; double fraction; };
+  for (const Case& c : {Case{0, 0, "  -% 0/? mailboxes  0:10  example.com/john", "/s", 0},
+                        Case{37, 88, " 42% 37/88 mailboxes  0:10  3.7/s  ETA 0:13", "", 37.0 / 88},
                         Case{88, 88, "100% 88/88 mailboxes  0:10  8.8/s", "ETA", 1},
                         Case{90, 88, "100% 90/88 mailboxes  0:10  9.0/s", "ETA", 1}}) {
     FakeClock t;
@@ -77,16 +64,14 @@ TEST(ProgressDisplay, PartialAndFullProgressShowPercentRateAndEta) {
     t.advance(10000);
     d.update(event("example.com", "john", c.processed, c.total));
     const std::string line = d.statusLine();
-    EXPECT_NE(line.find(c.percent), std::string::npos) << line;
-    if (*c.rest) {
-      EXPECT_EQ(line.find(c.rest), std::string::npos) << line;
+    EXPECT_NE(line.find(c.shown), std::string::npos) << line;
+    if (*c.absent) {
+      EXPECT_EQ(line.find(c.absent), std::string::npos) << line;
     }
     size_t filled = 0;
     size_t width = 0;
     ASSERT_TRUE(parseBar(line, filled, width)) << line;
-    EXPECT_GE(width, 10u);
     EXPECT_EQ(filled, static_cast<size_t>(c.fraction * static_cast<double>(width))) << line;
-    EXPECT_NE(line.find("example.com/john"), std::string::npos) << line;
   }
 }
 
@@ -141,16 +126,12 @@ TEST(ProgressDisplay, NotesAndFinishKeepTheStatusLineIntact) {
   std::ostringstream out;
   ProgressDisplay d(out, true, 80, t.clock());
   d.update(event("a.com", "john", 1, 2));
-  const size_t drawn = d.statusLine().size();
-  d.note("server warning: disk slow");
-  const std::string afterNote = out.str();
-  EXPECT_NE(afterNote.find("\r" + std::string(drawn, ' ') + "\rserver warning: disk slow\n\r"), std::string::npos)
-      << afterNote;
+  const std::string blank(d.statusLine().size(), ' ');
+  d.note("server warning: x");
+  EXPECT_NE(out.str().find("\r" + blank + "\rserver warning: x\n\r"), std::string::npos) << out.str();
   d.update(event("a.com", "mary", 2, 2));  // throttled, but finish draws the last state
   d.finish("Done.");
-  const std::string text = out.str();
-  EXPECT_EQ(text.substr(text.size() - 7), "\nDone.\n");
-  EXPECT_NE(text.find("100% 2/2"), std::string::npos) << text;
+  EXPECT_EQ(out.str().substr(out.str().rfind('\r') + 1), d.statusLine() + "\nDone.\n");
 }
 
 TEST(ProgressDisplay, PlainOutputWritesOneLinePerChangeAndNoCarriageReturns) {

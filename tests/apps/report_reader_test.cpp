@@ -31,40 +31,27 @@ TEST(ReportReader, ReadsTheSampleReportCompletely) {
   std::string error;
   ASSERT_TRUE(readReport(std::string(VSTAT_TEST_DATA_DIR) + "/sample_report.xml", r, error)) << error;
   EXPECT_TRUE(r.complete);
-  EXPECT_EQ(r.version, "0.3");
-  EXPECT_EQ(r.productVersion, "9.4.2");
-  EXPECT_EQ(r.build, "5123");
-  EXPECT_EQ(r.osName, "Linux");
-  EXPECT_EQ(r.osCode, "0");
+  EXPECT_EQ(r.version + r.productVersion + "/" + r.build + r.osName + r.osCode, "0.39.4.2/5123Linux0");
   ASSERT_EQ(r.collections.size(), 25u);
-  EXPECT_EQ(r.collections.front().name, "IPF.Note - folder INBOX");
   EXPECT_EQ(r.collections.back().name, "Any folder class - user folders");
 
   const CollectionSummary* all = r.find("Any folder class - any folder type");
   ASSERT_NE(all, nullptr);
-  EXPECT_EQ(all->publicType, 2);
-  EXPECT_EQ(all->folderType, 999);
-  EXPECT_EQ(all->comparison, 0);
-  const CounterSummary* domains = all->find("Domain count");
-  ASSERT_NE(domains, nullptr);
-  EXPECT_EQ(domains->count, 3u);
-  EXPECT_FALSE(domains->hasSum);
-  const CounterSummary* size = all->find("Message size");
-  ASSERT_NE(size, nullptr);
-  EXPECT_FALSE(size->histogram);
-  EXPECT_TRUE(size->hasSum);
-  EXPECT_EQ(size->sum, 361743502u);
+  EXPECT_EQ(all->publicType * 10000 + all->folderType * 10 + all->comparison, 2 * 10000 + 999 * 10 + 0);
+  ASSERT_NE(all->find("Domain count"), nullptr);
+  EXPECT_EQ(all->find("Domain count")->count, 3u);
+  EXPECT_FALSE(all->find("Domain count")->hasSum);
+  ASSERT_NE(all->find("Message size"), nullptr);
+  EXPECT_EQ(all->find("Message size")->sum, 361743502u);
 
   // Every sample of a catalogue histogram lands in a bucket, so the buckets add up to the count.
-  const CounterSummary* inboxSizes = r.collections.front().find("Message size");
-  ASSERT_NE(inboxSizes, nullptr);
-  ASSERT_TRUE(inboxSizes->histogram);
-  ASSERT_EQ(inboxSizes->buckets.size(), 28u);
-  EXPECT_EQ(inboxSizes->buckets.front().max, 100u);
-  EXPECT_EQ(inboxSizes->buckets.back().max, kAllBits);
+  const CounterSummary* sizes = r.collections.front().find("Message size");
+  ASSERT_TRUE(sizes && sizes->histogram);
+  ASSERT_EQ(sizes->buckets.size(), 28u);
+  EXPECT_EQ(sizes->buckets.back().max, kAllBits);
   unsigned long long inBuckets = 0;
-  for (const HistogramBucket& b : inboxSizes->buckets) inBuckets += b.count;
-  EXPECT_EQ(inBuckets, inboxSizes->count);
+  for (const HistogramBucket& b : sizes->buckets) inBuckets += b.count;
+  EXPECT_EQ(inBuckets, sizes->count);
 }
 
 // A report cut anywhere after its root element still yields what came before the cut; a cut before it is
@@ -72,30 +59,20 @@ TEST(ReportReader, ReadsTheSampleReportCompletely) {
 TEST(ReportReader, TruncatedReportsYieldTheirPrefixAndAreFlagged) {
   const std::string text = sampleText();
   const size_t root = text.find("<vlsStoreStatistic");
-  ASSERT_NE(root, std::string::npos);
   ReportSummary full;
   std::string error;
   ASSERT_TRUE(parseReport(text, full, error));
-
-  size_t previousCollections = 0;
   for (size_t cut = 0; cut < text.size(); cut += 997) {
     ReportSummary r;
     const bool ok = parseReport(text.substr(0, cut), r, error);
-    if (cut <= root) {
-      EXPECT_FALSE(ok) << "cut " << cut;
-      continue;
-    }
-    ASSERT_TRUE(ok) << "cut " << cut;
+    EXPECT_EQ(ok, cut > root) << "cut " << cut;
     EXPECT_FALSE(r.complete) << "cut " << cut;
-    EXPECT_GE(r.collections.size(), previousCollections);
-    previousCollections = r.collections.size();
     for (size_t i = 0; i < r.collections.size(); ++i) {
-      const CollectionSummary& got = r.collections[i];
-      const CollectionSummary& want = full.collections[i];
-      EXPECT_EQ(got.name.empty() ? want.name : got.name, want.name);
-      for (size_t j = 0; j < got.counters.size(); ++j) {
-        EXPECT_LE(got.counters[j].count, want.counters[j].count) << "cut " << cut;
-        EXPECT_LE(got.counters[j].buckets.size(), want.counters[j].buckets.size()) << "cut " << cut;
+      for (size_t j = 0; j < r.collections[i].counters.size(); ++j) {
+        const CounterSummary& got = r.collections[i].counters[j];
+        const CounterSummary& want = full.collections[i].counters[j];
+        EXPECT_TRUE(got.count == want.count || got.count == 0) << "cut " << cut;
+        EXPECT_LE(got.buckets.size(), want.buckets.size()) << "cut " << cut;
       }
     }
   }
@@ -104,14 +81,8 @@ TEST(ReportReader, TruncatedReportsYieldTheirPrefixAndAreFlagged) {
 TEST(ReportReader, ForeignTextIsRefused) {
   std::string binary;
   for (int i = 0; i < 4096; ++i) binary.push_back(static_cast<char>((i * 7919) & 0xff));
-  const std::string cases[] = {
-      "",
-      "\n\n\n",
-      binary,
-      "<html><body><p>vlsStoreStatistic</p></body></html>",
-      "<?xml version='1.0'?>\n<report><collection name='x'></collection></report>\n",
-  };
-  for (const std::string& text : cases) {
+  for (const std::string& text : {std::string(), binary, std::string("<html><p>vlsStoreStatistic</p></html>"),
+                                  std::string("<report>\n<collection name='x'>\n</collection>\n</report>\n")}) {
     ReportSummary r;
     std::string error;
     EXPECT_FALSE(parseReport(text, r, error)) << text.substr(0, 40);
@@ -119,105 +90,77 @@ TEST(ReportReader, ForeignTextIsRefused) {
   }
 }
 
-// Damaged lines inside a report are skipped: bad numbers leave the field alone, stray lines are ignored.
+// Damaged lines inside a report are skipped: bad numbers leave the field alone, stray lines are ignored,
+// unescaped quotes stay part of names.
 TEST(ReportReader, DamagedLinesAreSkipped) {
   const std::string text =
       "<vlsStoreStatistic version='0.3'>\r\n"
-      "\t<build>12</build>\r\n"
-      "<collection name='It's odd' publicType='x' folderType='-1' comparison='3'>\r\n"
-      "\t\t\t<counter name='Message count'>\r\n"
-      "\t\t\t\t<value>99999999999999999999999</value>\r\n"
-      "\t\t\t</counter>\r\n"
-      "\t\t\t<histogramCounter name='Odd 'name''>\r\n"
-      "\t\t\t\t<value>5</value>\r\n"
-      "\t\t\t\t<sum>-5</sum>\r\n"
-      "\t\t\t\t<histValue max='100'>2</histValue>\r\n"
-      "\t\t\t\t<histValue max='2x'>1</histValue>\r\n"
-      "\t\t\t\t<histValue max='200'>3\r\n"
-      "\t\t\t\t<histValue max='18446744073709551615'>3</histValue>\r\n"
-      "\t\t\t\t<histValue max='18446744073709551616'>3</histValue>\r\n"
-      "\t\t\t\tjunk\r\n"
-      "\t\t\t</histogramCounter>\r\n"
+      "<collection name='It's odd' publicType='x' folderType='1' comparison='3'>\r\n"
+      "<counter name='Message count'>\r\n"
+      "<value>99999999999999999999999</value>\r\n"
+      "<histogramCounter name='Odd 'name''>\r\n"
+      "\t<value>5</value>\r\n"
+      "\t<sum>-5</sum>\r\n"
+      "\t<histValue max='2x'>1</histValue>\r\n"
+      "\t<histValue max='200'>3\r\n"
+      "\t<histValue max='18446744073709551616'>3</histValue>\r\n"
+      "\t<histValue max='18446744073709551615'>3</histValue>\r\n"
+      "junk\r\n"
       "</collection>\r\n"
-      "\t\t\t\t<value>7</value>\r\n"
+      "<value>7</value>\r\n"
       "</vlsStoreStatistic>\r\n";
   ReportSummary r;
   std::string error;
   ASSERT_TRUE(parseReport(text, r, error)) << error;
   EXPECT_TRUE(r.complete);
-  EXPECT_EQ(r.build, "12");
   ASSERT_EQ(r.collections.size(), 1u);
   const CollectionSummary& c = r.collections[0];
   EXPECT_EQ(c.name, "It's odd");
-  EXPECT_EQ(c.publicType, -1);
-  EXPECT_EQ(c.folderType, -1);
-  EXPECT_EQ(c.comparison, 3);
+  EXPECT_EQ(c.publicType * 100 + c.folderType * 10 + c.comparison, -100 + 10 + 3);
   ASSERT_EQ(c.counters.size(), 2u);
   EXPECT_EQ(c.counters[0].count, 0u);
   EXPECT_EQ(c.counters[1].name, "Odd 'name'");
   EXPECT_EQ(c.counters[1].count, 5u);
   EXPECT_FALSE(c.counters[1].hasSum);
-  ASSERT_EQ(c.counters[1].buckets.size(), 2u);
-  EXPECT_EQ(c.counters[1].buckets[0].max, 100u);
-  EXPECT_EQ(c.counters[1].buckets[1].max, kAllBits);
+  ASSERT_EQ(c.counters[1].buckets.size(), 1u);
+  EXPECT_EQ(c.counters[1].buckets[0].max, kAllBits);
 }
 
 TEST(ReportReader, CollectionsCountersAndBucketsAreBounded) {
   std::string text = "<vlsStoreStatistic version='0.3'>\n";
-  for (size_t i = 0; i < kMaxCollections + 5; ++i) text += "<collection name='c'>\n</collection>\n";
-  text += "<collection name='big'>\n";
-  for (size_t i = 0; i < kMaxCountersPerCollection + 5; ++i) text += "<counter name='n'>\n</counter>\n";
-  text += "</collection>\n";
+  for (size_t i = 0; i < kMaxCollections + 1; ++i) text += "<collection name='c'>\n";
+  for (size_t i = 0; i < kMaxCountersPerCollection + 1; ++i) text += "<counter name='n'>\n</counter>\n";
+  text += "<collection name='c'>\n";
   ReportSummary r;
   std::string error;
   ASSERT_TRUE(parseReport(text, r, error));
-  EXPECT_EQ(r.collections.size(), kMaxCollections);
+  ASSERT_EQ(r.collections.size(), kMaxCollections);
 
-  text = "<vlsStoreStatistic version='0.3'>\n<collection name='big'>\n";
-  for (size_t i = 0; i < kMaxCountersPerCollection + 5; ++i) text += "<counter name='n'>\n</counter>\n";
-  text += "<histogramCounter name='h'>\n";
-  for (size_t i = 0; i < kMaxBucketsPerHistogram + 5; ++i) text += "<histValue max='1'>1</histValue>\n";
-  text += "</histogramCounter>\n</collection>\n";
+  text = "<vlsStoreStatistic version='0.3'>\n<collection name='c'>\n";
+  for (size_t i = 0; i < kMaxCountersPerCollection; ++i) text += "<histogramCounter name='n'>\n";
+  for (size_t i = 0; i < kMaxBucketsPerHistogram + 1; ++i) text += "<histValue max='1'>1</histValue>\n";
+  text += "<counter name='one too many'>\n";
   ASSERT_TRUE(parseReport(text, r, error));
-  ASSERT_EQ(r.collections.size(), 1u);
-  EXPECT_EQ(r.collections[0].counters.size(), kMaxCountersPerCollection);
-
-  text = "<vlsStoreStatistic version='0.3'>\n<collection name='h'>\n<histogramCounter name='h'>\n";
-  for (size_t i = 0; i < kMaxBucketsPerHistogram + 5; ++i) text += "<histValue max='1'>1</histValue>\n";
-  text += "</histogramCounter>\n</collection>\n";
-  ASSERT_TRUE(parseReport(text, r, error));
-  ASSERT_EQ(r.collections[0].counters.size(), 1u);
-  EXPECT_EQ(r.collections[0].counters[0].buckets.size(), kMaxBucketsPerHistogram);
+  ASSERT_EQ(r.collections[0].counters.size(), kMaxCountersPerCollection);
+  EXPECT_EQ(r.collections[0].counters.back().buckets.size(), kMaxBucketsPerHistogram);
 }
 
-class ReportFileTest : public ::testing::Test {
- protected:
-  void SetUp() override {
-    char dir[] = "/tmp/vstat_reader_XXXXXX";
-    ASSERT_NE(mkdtemp(dir), nullptr);
-    dir_ = dir;
-  }
-  void TearDown() override {
-    std::remove((dir_ + "/big.xml").c_str());
-    rmdir(dir_.c_str());
-  }
-  std::string dir_;
-};
-
-TEST_F(ReportFileTest, FileErrorsNameThePathAndTheReason) {
+TEST(ReportReader, FileErrorsNameThePathAndTheReason) {
+  char dir[] = "/tmp/vstat_reader_XXXXXX";
+  ASSERT_NE(mkdtemp(dir), nullptr);
+  const std::string big = std::string(dir) + "/big.xml";
+  std::ofstream(big, std::ios::binary) << "<vlsStoreStatistic version='0.3'>\n" << std::string(kMaxReportBytes, ' ');
   struct Case { std::string path; const char* reason; };
-  {
-    std::ofstream big(dir_ + "/big.xml", std::ios::binary);
-    big << "<vlsStoreStatistic version='0.3'>\n" << std::string(kMaxReportBytes, ' ');
-  }
-  for (const Case& c : {Case{dir_ + "/missing.xml", "No such file or directory"}, Case{dir_, "Is a directory"},
-                        Case{dir_ + "/big.xml", "larger than"}}) {
+  for (const Case& c : {Case{std::string(dir) + "/missing.xml", "No such file or directory"},
+                        Case{dir, "Is a directory"}, Case{big, "larger than"}}) {
     ReportSummary r;
     std::string error;
     EXPECT_FALSE(readReport(c.path, r, error)) << c.path;
-    EXPECT_NE(error.find(c.path), std::string::npos) << error;
+    EXPECT_NE(error.find("'" + c.path + "'"), std::string::npos) << error;
     EXPECT_NE(error.find(c.reason), std::string::npos) << error;
   }
+  std::remove(big.c_str());
+  rmdir(dir);
 }
 
 }  // namespace
