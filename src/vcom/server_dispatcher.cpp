@@ -48,10 +48,12 @@ ServerDispatcher::~ServerDispatcher() {
   // The heartbeat thread only waits on an event of this object, so it can always be ended and must
   // be, before the object goes away.
   stopHeartBeat();
-  if (recvThreadStarted_ && recvEnded_.load()) {
-    tiny::waitForThread(recvThread_);
-    recvThread_ = 0;
-    recvThreadStarted_ = false;
+  // The receive thread may still block in a read when run() ended through a failed write; the
+  // interrupt ends that read, so the thread never outlives the pipe it reads.
+  if (recvThreadStarted_) {
+    stopRecv_ = true;
+    pipe_.interruptRecv();
+    stopRecvThread();
   }
   {
     tiny::VMutexGuard guard(contextMutex_);
@@ -67,6 +69,9 @@ int ServerDispatcher::handleMessage(Msg*) { return -1; }
 
 bool ServerDispatcher::init() {
   if (!pipe_.initServer()) return false;
+  // Without the wake-up pipe (descriptors exhausted) the server still serves; only ending the receive
+  // thread early then waits for the parent to close its end.
+  if (!pipe_.enableRecvInterrupt()) dbgPrint("cannot make receives interruptible: %s\n", strerror(errno));
   stopHeartBeat_ = false;
   stopSend_ = false;
   stopRecv_ = false;
@@ -98,6 +103,7 @@ void ServerDispatcher::stop() {
 void ServerDispatcher::stopRecvThread() {
   if (!recvThreadStarted_) return;
   stopRecv_ = true;
+  pipe_.interruptRecv();
   tiny::waitForThread(recvThread_);
   recvThread_ = 0;
   recvThreadStarted_ = false;

@@ -47,9 +47,8 @@ class ServerDispatcher : private boost::noncopyable {
   virtual unsigned getProtocolVersion() const = 0;
   // Called on the receive thread for every type the dispatcher does not handle itself (see above).
   virtual int handleMessage(Msg* msg);
-  // Stops the send thread (writing what is still queued), ends the heartbeat thread and joins the
-  // receive thread if its loop has ended. A receive thread still blocked in a read is left to the end
-  // of the process, so destroy a dispatcher only after run() returned or after the peer closed.
+  // Stops the send thread (writing what is still queued), then ends and joins the heartbeat and the
+  // receive thread (a read in progress is interrupted), so no thread outlives the object.
   virtual ~ServerDispatcher();
 
   // Starts the send, receive and heartbeat threads; false when the descriptors are missing (nothing
@@ -57,7 +56,7 @@ class ServerDispatcher : private boost::noncopyable {
   bool init();
   // Blocks until the receive loop, the send thread or the heartbeat thread has ended.
   void run();
-  // Ends all three threads. Joins the receive thread, so its input must have ended or be ending.
+  // Ends all three threads; a read in progress is interrupted.
   void stop();
   void stopSendThread();
   void stopRecvThread();

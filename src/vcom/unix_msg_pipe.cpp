@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/resource.h>
 #include <unistd.h>
 
@@ -30,7 +31,7 @@ void closeIfOpen(int& fd) {
 
 }  // namespace
 
-UnixMsgPipe::UnixMsgPipe() : readFd_(-1), writeFd_(-1), fdLimit_(1024) {
+UnixMsgPipe::UnixMsgPipe() : readFd_(-1), writeFd_(-1), fdLimit_(1024), wakeRead_(-1), wakeWrite_(-1) {
   std::fill(pipeEnds_, pipeEnds_ + 4, -1);
   struct rlimit lim;
   if (getrlimit(RLIMIT_NOFILE, &lim) == 0)
@@ -54,6 +55,40 @@ UnixMsgPipe::UnixMsgPipe(const char* readArg, const char* writeArg) : UnixMsgPip
 UnixMsgPipe::~UnixMsgPipe() {
   close();
   closeDuplexPipe();
+  closeIfOpen(wakeRead_);
+  closeIfOpen(wakeWrite_);
+}
+
+bool UnixMsgPipe::enableRecvInterrupt() {
+  if (wakeRead_ != -1) return true;
+  int fds[2];
+  if (pipe2(fds, O_CLOEXEC | O_NONBLOCK) != 0) return false;
+  wakeRead_ = fds[0];
+  wakeWrite_ = fds[1];
+  return true;
+}
+
+void UnixMsgPipe::interruptRecv() {
+  if (wakeWrite_ == -1) return;
+  // The byte is never read, so every later receive fails at once too; a full pipe already wakes.
+  const char byte = 1;
+  ssize_t ignored = ::write(wakeWrite_, &byte, 1);
+  (void)ignored;
+}
+
+bool UnixMsgPipe::waitReadable() {
+  if (wakeRead_ == -1) return true;
+  for (;;) {
+    struct pollfd fds[2] = {{readFd_, POLLIN, 0}, {wakeRead_, POLLIN, 0}};
+    const int ready = poll(fds, 2, -1);
+    if (ready < 0 && errno == EINTR) continue;
+    if (ready < 0) return false;
+    if (fds[1].revents) {
+      errno = ECANCELED;
+      return false;
+    }
+    if (fds[0].revents) return true;
+  }
 }
 
 bool UnixMsgPipe::getFdNum(const char* s, int* fd) {
@@ -180,6 +215,7 @@ int UnixMsgPipe::send(const char* buf, unsigned len) {
 bool UnixMsgPipe::recv(char* buf, unsigned len) {
   if (!buf) return false;
   while (len > 0) {
+    if (!waitReadable()) return false;
     const ssize_t n = ::read(readFd_, buf, len);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) return false;
@@ -198,6 +234,10 @@ int UnixMsgPipe::drop(unsigned long long len) {
   }
   while (len > 0) {
     const unsigned chunk = len > kDropChunk ? kDropChunk : static_cast<unsigned>(len);
+    if (!waitReadable()) {
+      setError(IOError::kRecvFailed, "Unable to drop complete message");
+      return -1;
+    }
     const ssize_t n = ::read(readFd_, sink.get(), chunk);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) {

@@ -8,7 +8,8 @@
 // (an inherited write end would keep the server from ever seeing the end of its input);
 // closeUnusedFdsChild makes the child's two ends inheritable again.
 // Threading: send is used by one thread and recv/drop by another; the descriptors are set up before
-// those threads start and closed after they end.
+// those threads start and closed after they end. interruptRecv may be called from any thread, so a
+// receiving thread can always be ended and joined before the pipe goes away.
 #pragma once
 
 #include <string>
@@ -57,6 +58,13 @@ class UnixMsgPipe : public MsgPipe {
   void closeUnusedFdsParent();
   void closeDuplexPipe();
 
+  // Makes blocking receives interruptible: creates a private wake-up pipe that recv and drop watch
+  // beside the read descriptor. False when it cannot be created (receives then stay uninterruptible).
+  bool enableRecvInterrupt();
+  // Ends a receive in progress, and every later one, with failure (errno ECANCELED). Callable from any
+  // thread and from signal handlers.
+  void interruptRecv();
+
   // Close one direction only (the parent ends the conversation by closing its write end).
   void closeReadFd();
   void closeWriteFd();
@@ -71,6 +79,11 @@ class UnixMsgPipe : public MsgPipe {
   // Parent-to-child read and write end, then child-to-parent read and write end.
   int pipeEnds_[4];
   int fdLimit_;
+  int wakeRead_;
+  int wakeWrite_;
+
+  // Waits until the read descriptor has data or its end; false once interrupted.
+  bool waitReadable();
 };
 
 }  // namespace vcom

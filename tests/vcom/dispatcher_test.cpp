@@ -60,7 +60,6 @@ class Dispatcher : public ::testing::Test {
     server.reset(new TestServer((std::to_string(toServer[0]) + " " + std::to_string(toPeer[1])).c_str()));
   }
 
-  // The peer closes its write end first, so the receive thread ends and stop() can join it.
   void TearDown() override {
     peer->closeWriteFd();
     if (started) server->stop();
@@ -229,12 +228,23 @@ TEST_F(Dispatcher, TerminateEndsRunAndItsResponseArrives) {
   server.reset(new TestServer(""));
 }
 
-TEST_F(Dispatcher, StopEndsAllThreadsOnceTheInputEnds) {
+// The peer keeps its end open and silent: stopping must not wait for it.
+TEST_F(Dispatcher, StopInterruptsAReceiveInProgress) {
   start(5);
   ASSERT_TRUE(next());
-  peer->closeWriteFd();
   server->stop();
   started = false;
+}
+
+TEST_F(Dispatcher, DestroyingAfterAFailedWriteEndsTheBlockedReceiver) {
+  start();
+  ASSERT_TRUE(next());
+  peer->closeReadFd();
+  server->logDbg("undeliverable");
+  server->run();
+  server.reset();  // the receive thread still waits for input: destruction must end and join it
+  started = false;
+  server.reset(new TestServer(""));
 }
 
 }  // namespace
