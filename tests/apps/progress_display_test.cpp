@@ -42,14 +42,6 @@ size_t count(const std::string& s, char c) {
   return n;
 }
 
-TEST(ProgressDisplay, ElapsedTimeIsMinutesSecondsOrHours) {
-  struct Case { double seconds; const char* text; };
-  for (const Case& c : {Case{0, "0:00"}, Case{-3, "0:00"}, Case{7.9, "0:07"}, Case{754, "12:34"},
-                        Case{3723, "1:02:03"}, Case{1e30, "8760:00:00"}}) {
-    EXPECT_EQ(formatElapsed(c.seconds), c.text) << c.seconds;
-  }
-}
-
 // Before the server has counted the mailboxes there is no total: no percentage, an empty bar, no rate.
 // More mailboxes done than counted (the public tree counts as one) stays at 100%.
 TEST(ProgressDisplay, BarShowsPercentRateAndEtaFromZeroToFull) {

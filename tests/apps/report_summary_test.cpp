@@ -60,9 +60,10 @@ std::vector<std::string> barLines(const ReportSummary& r, unsigned barWidth) {
 }
 
 // Empty buckets before the first and after the last sample are left out, inner ones stay; bars are
-// scaled to the fullest bucket and a bucket with any sample shows at least one mark.
-TEST(ReportSummary, HistogramBarsAreTrimmedAndScaled) {
-  const std::vector<std::string> bars = barLines(
+// scaled to the fullest bucket and a bucket with any sample shows at least one mark. The catch-all
+// bucket is labelled by the limit below it.
+TEST(ReportSummary, HistogramBarsAreTrimmedScaledAndLabelled) {
+  std::vector<std::string> bars = barLines(
       oneHistogram("Message count per folder", {{1, 0}, {2, 1}, {3, 0}, {5, 200}, {10, 100}, {20, 0}, {kAllBits, 0}}),
       10);
   ASSERT_EQ(bars.size(), 4u);
@@ -70,16 +71,12 @@ TEST(ReportSummary, HistogramBarsAreTrimmedAndScaled) {
   EXPECT_NE(bars[1].find(" <= 3 |          |"), std::string::npos) << bars[1];
   EXPECT_NE(bars[2].find(" <= 5 |##########|       200  66.4%"), std::string::npos) << bars[2];
   EXPECT_NE(bars[3].find("<= 10 |#####     |"), std::string::npos) << bars[3];
-}
 
-TEST(ReportSummary, EdgeBucketsAreLabelledByWhatTheyHold) {
-  std::vector<std::string> bars = barLines(oneHistogram("Message size", {{500000000, 1}, {kAllBits, 2}}), 4);
-  ASSERT_EQ(bars.size(), 2u);
-  EXPECT_NE(bars[0].find("<= 500 MB |"), std::string::npos) << bars[0];
-  EXPECT_NE(bars[1].find(" > 500 MB |"), std::string::npos) << bars[1];
-  bars = barLines(oneHistogram("Folder count per user", {{0, 4}, {1, 1}}), 4);
-  ASSERT_EQ(bars.size(), 2u);
-  EXPECT_NE(bars[0].find("    0 |"), std::string::npos) << bars[0];
+  bars = barLines(oneHistogram("Message size", {{0, 1}, {500000000, 1}, {kAllBits, 2}}), 4);
+  ASSERT_EQ(bars.size(), 3u);
+  EXPECT_NE(bars[0].find("        0 |"), std::string::npos) << bars[0];
+  EXPECT_NE(bars[1].find("<= 500 MB |"), std::string::npos) << bars[1];
+  EXPECT_NE(bars[2].find(" > 500 MB |"), std::string::npos) << bars[2];
 }
 
 TEST(ReportSummary, SampleReportShowsTotalsTableAndOnlyCollectionsWithData) {
