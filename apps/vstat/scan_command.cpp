@@ -395,7 +395,7 @@ struct JobOutcome {
 
 class ScanRun {
  public:
-  ScanRun(const ScanOptions& options)
+  explicit ScanRun(const ScanOptions& options)
       : options_(options), display_(std::cout, isatty(STDOUT_FILENO) == 1, terminalWidth(STDOUT_FILENO)) {}
 
   int run() {
