@@ -29,13 +29,16 @@ static size_t fail(int err) {
 static int valid(vxiconv_t cd) { return cd != NULL && cd != (vxiconv_t)-1; }
 
 /* Copies `name` into `out` (room MAX_NAME_LENGTH + 1), serving the base name "ucs-2be" as UTF-16BE
- * and keeping any "//" suffixes. 0 when the result does not fit. */
+ * and keeping any "//" suffixes. 0 when the result does not fit or the base name is empty: the C
+ * library would take an empty name as the charset of the process locale, and text must never be
+ * read differently because of the environment the server was started in. */
 static int mapName(const char* name, char* out) {
   static const char ucs2[] = "ucs-2be";
   static const char utf16[] = "UTF-16BE";
   const char* suffix = strstr(name, "//");
   size_t baseLength = suffix ? (size_t)(suffix - name) : strlen(name);
   const char* base = name;
+  if (baseLength == 0) return 0;
   if (baseLength == sizeof(ucs2) - 1 && strncasecmp(name, ucs2, baseLength) == 0) {
     base = utf16;
     baseLength = sizeof(utf16) - 1;

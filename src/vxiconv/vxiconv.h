@@ -21,7 +21,8 @@ extern "C" {
 typedef void* vxiconv_t;
 
 /* A conversion handle from `fromcode` to `tocode`, or (vxiconv_t)-1 with EINVAL when the pair is not
- * supported (or the names are too long) and ENOMEM when memory is short. */
+ * supported, a name is empty (never the locale's charset) or too long, and ENOMEM when memory is
+ * short. */
 vxiconv_t vxiconv_open(const char* tocode, const char* fromcode);
 
 /* Converts like iconv: advances *inbuf and *outbuf, decrements the counts, returns the number of

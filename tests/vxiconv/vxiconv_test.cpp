@@ -158,7 +158,8 @@ TEST_F(Library, RefusesUnknownNamesAndHandlesThatAreNotOpen) {
     const char* from;
   };
   for (const Case& c : {Case{"utf-8", "no-such-charset"}, Case{"no-such-charset//IGNORE", "utf-8"},
-                        Case{tooLong.c_str(), "utf-8"}, Case{"utf-8", nullptr}}) {
+                        Case{tooLong.c_str(), "utf-8"}, Case{"utf-8", nullptr},
+                        Case{"", "utf-8"}, Case{"utf-8", "//TRANSLIT"}}) {
     EXPECT_EQ(open_(c.to, c.from), kFailed) << (c.to ? c.to : "null");
     EXPECT_EQ(errno_(), EINVAL);
   }
