@@ -164,11 +164,4 @@ TEST_F(FakeServer, DestroyingTheClientEndsAndReapsTheChild) {
   EXPECT_EQ(errno, ECHILD);
 }
 
-TEST_F(FakeServer, SequenceNumbersSkipZero) {
-  ServerProcess child;
-  std::vector<uint32_t> seen;
-  for (int i = 0; i < 3; ++i) seen.push_back(child.nextSeq());
-  EXPECT_EQ(seen, (std::vector<uint32_t>{1, 2, 3}));
-}
-
 }  // namespace
