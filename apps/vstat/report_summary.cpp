@@ -92,11 +92,11 @@ void renderTotals(std::ostream& out, const ReportSummary& report) {
 
   if (mail) {
     struct Body { const char* counter; const char* label; };
-    const Body bodies[] = {{"Count of messages with only plain text body", "plain text only"},
-                           {"Count of messages with only html body", "HTML only"},
-                           {"Count of messages with plain text and HTML body", "plain text + HTML"},
-                           {"Count of messages with plain text and RTF body", "plain text + RTF"},
-                           {"Count of messages with plain text, HTML and RTF body", "plain text + HTML + RTF"}};
+    const Body bodies[] = {{"Count of messages with only plain text body", "text"},
+                           {"Count of messages with only html body", "HTML"},
+                           {"Count of messages with plain text and HTML body", "text+HTML"},
+                           {"Count of messages with plain text and RTF body", "text+RTF"},
+                           {"Count of messages with plain text, HTML and RTF body", "text+HTML+RTF"}};
     std::string line;
     for (const Body& b : bodies) {
       const CounterSummary* c = mail->find(b.counter);
@@ -172,14 +172,12 @@ void renderHistogram(std::ostream& out, const CounterSummary& h, const SummaryOp
 
 void renderCollection(std::ostream& out, const CollectionSummary& c, const SummaryOptions& options) {
   out << "\n  " << c.name << "\n";
-  std::string bodies;
   for (const char* name : kBodyCounters) {
     const CounterSummary* counter = c.find(name);
     if (!counter || counter->count == 0) continue;
-    if (!bodies.empty()) bodies += "; ";
-    bodies += counter->name + " " + formatCount(counter->count) + " x avg " + average(*counter);
+    out << "    " << padRight(counter->name + ":", 22) << padLeft(formatCount(counter->count), 9) << " x avg "
+        << average(*counter) << "\n";
   }
-  if (!bodies.empty()) out << "    " << bodies << "\n";
   for (const char* name : kMainHistograms) {
     const CounterSummary* counter = c.find(name);
     if (counter && counter->histogram && counter->count != 0) renderHistogram(out, *counter, options);

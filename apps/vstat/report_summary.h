@@ -14,7 +14,7 @@ namespace vorlane {
 namespace cli {
 
 struct SummaryOptions {
-  unsigned barWidth = 30;       // characters of the longest bar in a histogram
+  unsigned barWidth = 24;       // characters of the longest bar in a histogram
   bool showHistograms = true;   // false: totals and the collection table only
 };
 
