@@ -52,6 +52,8 @@ const char* const kCounterNames[] = {
     "Folder count per user - temporary",
     "Domain count",
 };
+static_assert(sizeof(kCounterNames) / sizeof(kCounterNames[0]) == Counter::DomainCount + 1,
+              "one name per counter type");
 
 }  // namespace
 
@@ -140,7 +142,8 @@ const FolderClassSpec kFolderClasses[] = {
     {{"IPF.Note - folder Drafts", kMail, kUser, kOneOf}, {"Drafts"}},
     {{"IPF.Note - folder Junk E-mail", kMail, kUser, kOneOf}, {"Junk E-mail"}},
     {{"IPF.Note - public folders", kMail, kPublic, kNoTest}, {}},
-    {{"IPF.Note - other folders", kMail, kUser, kNoneOf}, {"INBOX", "Sent Items", "Deleted Items", "Drafts", "Junk E-mail"}},
+    {{"IPF.Note - other folders", kMail, kUser, kNoneOf},
+     {"INBOX", "Sent Items", "Deleted Items", "Drafts", "Junk E-mail"}},
     {{"IPF.Contact - folder Contacts", Collection::ContactsFolder, kUser, kOneOf}, {"Contacts"}},
     {{"IPF.Contact - public folders", Collection::ContactsFolder, kPublic, kNoTest}, {}},
     {{"IPF.Contact - other folders", Collection::ContactsFolder, kUser, kNoneOf}, {"Contacts"}},

@@ -92,7 +92,8 @@ void Statistic::addMessageInfo(const std::string& domain, const std::string& use
     if (rtfSize != 0) c.addValue(Counter::RtfBodySize, rtfSize);
     if (hasCombination) c.addValue(combination, 1);
     if (isDistributionList) c.addValue(Counter::DistributionListCount, 1);
-    if (attachment > kAttachmentThreshold) c.addValue(Counter::AttachmentSize, static_cast<unsigned long long>(attachment));
+    if (attachment > kAttachmentThreshold)
+      c.addValue(Counter::AttachmentSize, static_cast<unsigned long long>(attachment));
     if (isSigned) {
       c.addValue(Counter::SignedMessageCount, 1);
       c.addValue(Counter::SignedMessageSize, size);

@@ -86,7 +86,8 @@ TEST(Collection, MatchFolderAppliesPublicTypeFolderTypeAndNameRules) {
 // A public folder is named "#public", then "/user" when set, then "/folder" when set.
 TEST(Collection, PublicFoldersAreMatchedByTheirMarkedPath) {
   const MatchCase cases[] = {
-      {Rule{kMail, 1, Collection::AnyOf, {"#PUBLIC/projects/plans"}, {}}, {"#public", "Projects", "Plans", kMail}, true},
+      {Rule{kMail, 1, Collection::AnyOf, {"#PUBLIC/projects/plans"}, {}},
+       {"#public", "Projects", "Plans", kMail}, true},
       {Rule{kMail, 1, Collection::AnyOf, {"#public/Projects"}, {}}, {"#public", "Projects", "", kMail}, true},
       {Rule{kMail, 1, Collection::AnyOf, {"#public/Plans"}, {}}, {"#public", "", "Plans", kMail}, true},
       {Rule{kMail, 1, Collection::AnyOf, {"#public"}, {}}, {"#public", "", "", kMail}, true},
