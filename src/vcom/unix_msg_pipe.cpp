@@ -202,9 +202,11 @@ void UnixMsgPipe::close() {
 int UnixMsgPipe::send(const char* buf, unsigned len) {
   while (len > 0) {
     const ssize_t n = writeNoSigpipe(writeFd_, buf, len);
+    const int writeErrno = errno;
     // Kept from the original transport: harmless on a pipe (EINVAL), a real flush when the write end
-    // has been redirected to a file.
+    // has been redirected to a file. The write's error is what callers report, not fsync's.
     fsync(writeFd_);
+    errno = writeErrno;
     if (n <= 0) return -1;
     buf += n;
     len -= static_cast<unsigned>(n);

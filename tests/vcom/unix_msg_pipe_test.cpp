@@ -62,17 +62,6 @@ TEST(UnixMsgPipe, FdNumbersParseSignedDecimalsAfterBlanks) {
   EXPECT_FALSE(UnixMsgPipe::getFdNum("1", nullptr));
 }
 
-TEST(UnixMsgPipe, TwoArgumentFormStoresBothIntoTheReadDescriptor) {
-  UnixMsgPipe pipe("900", "901");
-  EXPECT_EQ(pipe.getReadFd(), 901);
-  EXPECT_EQ(pipe.getWriteFd(), -1);
-  EXPECT_FALSE(pipe.initServer());
-  std::string r, w;
-  pipe.getCmdLineArgs(r, w);
-  EXPECT_EQ(r, "900");
-  EXPECT_EQ(w, "901");
-}
-
 TEST(UnixMsgPipe, ClientArgumentsNameTheChildsEndsAndConnectToTheParent) {
   UnixMsgPipe client;
   ASSERT_TRUE(client.initClient());
