@@ -3,6 +3,7 @@
 #include <strings.h>
 
 #include <algorithm>
+#include <climits>
 #include <cstring>
 #include <vector>
 
@@ -13,7 +14,7 @@ namespace mime {
 
 namespace {
 
-// Level numbers saturate here: no real thread is that deep, and the count must not overflow.
+// Level numbers saturate here: no real thread is that deep.
 const long kMaxLevel = 1000000;
 // Each "[fwd: ...]" unwrapping rescans the text; past this many wrappings the rest is left as it is,
 // so a hostile subject cannot make the work quadratic.
@@ -24,6 +25,11 @@ bool isWhite(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n' ||
 char* skipWhite(char* p) {
   while (isWhite(*p)) ++p;
   return p;
+}
+
+// The count saturates instead of overflowing, whatever a hostile subject claims.
+void addLevels(int* count, long levels) {
+  *count = static_cast<int>(std::min<long>(static_cast<long>(*count) + levels, INT_MAX));
 }
 
 // Length of the reply or forward prefix at p ("re", then "fwd", then "fw"), 0 when none.
@@ -44,7 +50,7 @@ char* do_normalizeSubject(char* text, int* count) {
     } else if (end - text >= 5 && strncasecmp(end - 5, "(fwd)", 5) == 0) {
       end -= 5;
       *end = 0;
-      ++*count;
+      addLevels(count, 1);
     } else {
       break;
     }
@@ -75,7 +81,7 @@ char* do_normalizeSubject(char* text, int* count) {
       p = skipWhite(p);
       if (*p != ':') return start;  // "Report: ..." is a word, not a marker
       start = p + 1;
-      *count += static_cast<int>(level >= 1 ? level : 1);
+      addLevels(count, level >= 1 ? level : 1);
       continue;
     }
     if (*start == '[') {
@@ -108,7 +114,7 @@ std::string normalizeSubject(const char* subject, int* count) {
     if (round == kMaxUnwrap) break;
     const size_t length = std::strlen(start);
     if (length < 6 || strncasecmp(start, "[fwd:", 5) != 0 || start[length - 1] != ']') break;
-    ++*count;
+    addLevels(count, 1);
     start[length - 1] = 0;
     start += 5;
   }

@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <climits>
 #include <cstring>
 #include <string>
 
@@ -56,6 +57,14 @@ TEST(NormalizeSubject, UnwrapsAtMostAHundredForwardWrappings) {
   const std::string base = normalizeSubject(subject.c_str(), &count);
   EXPECT_EQ(count, 100);
   EXPECT_EQ(base.compare(0, 5, "[Fwd:"), 0) << base;
+}
+
+TEST(NormalizeSubject, CountSaturatesInsteadOfOverflowing) {
+  std::string subject;
+  for (int i = 0; i < 3000; ++i) subject += "Re[1000000]:";
+  int count = 5;
+  EXPECT_EQ(normalizeSubject((subject + "x").c_str(), &count), "x");
+  EXPECT_EQ(count, INT_MAX);
 }
 
 TEST(NormalizeSubject, OnePassCutsTheCallersBufferInPlace) {
