@@ -19,19 +19,36 @@ const size_t kMinBarWidth = 10;
 const size_t kMinWidthForBar = 60;
 const size_t kMinLocationWidth = 8;
 
-std::string location(const ProgressEvent& e) {
-  if (e.mailbox.empty()) return e.domain;
-  if (e.domain.empty()) return e.mailbox;
-  return e.domain + "/" + e.mailbox;
+// Names come from the store on disk and server texts from another process: control characters in them
+// must not move the cursor or switch the terminal's modes.
+std::string printable(const std::string& s) {
+  std::string out(s);
+  for (char& c : out) {
+    const unsigned char u = static_cast<unsigned char>(c);
+    if (u < 0x20 || u == 0x7f) c = '?';
+  }
+  return out;
 }
 
-// Long names lose their middle, where two mailbox paths usually differ least.
+std::string location(const ProgressEvent& e) {
+  if (e.mailbox.empty()) return printable(e.domain);
+  if (e.domain.empty()) return printable(e.mailbox);
+  return printable(e.domain + "/" + e.mailbox);
+}
+
+bool isContinuationByte(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
+
+// Long names lose their middle, where two mailbox paths usually differ least. The cut never splits a
+// UTF-8 sequence.
 std::string fitText(const std::string& s, size_t width) {
   if (s.size() <= width) return s;
-  if (width <= 3) return s.substr(0, width);
+  if (width <= 3) return std::string(width, '.');
   const size_t keep = width - 3;
-  const size_t head = keep / 2;
-  return s.substr(0, head) + "..." + s.substr(s.size() - (keep - head));
+  size_t head = keep / 2;
+  while (head > 0 && isContinuationByte(s[head])) --head;
+  size_t tail = s.size() - (keep - keep / 2);
+  while (tail < s.size() && isContinuationByte(s[tail])) ++tail;
+  return s.substr(0, head) + "..." + s.substr(tail);
 }
 
 std::string formatNumber(unsigned long n) { return std::to_string(n); }
@@ -173,10 +190,10 @@ void ProgressDisplay::note(const std::string& line) {
   if (terminal_) {
     const bool redraw = drawnLength_ != 0;
     clearLine();
-    out_ << line << '\n';
+    out_ << printable(line) << '\n';
     if (redraw) draw();
   } else {
-    out_ << line << '\n';
+    out_ << printable(line) << '\n';
   }
   out_.flush();
 }

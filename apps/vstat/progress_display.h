@@ -2,6 +2,8 @@
 // percentage, a bar, mailboxes done of total, elapsed time, rate, estimated time left and the current
 // domain/mailbox, fitted to the terminal width (the last column is left free so the line never wraps).
 // When the output is not a terminal it writes one plain line per mailbox instead, suitable for logs.
+// Control characters in names and notes are shown as '?', so that nothing from the store or the server
+// can drive the terminal.
 // Time comes from an injectable clock so that tests need no sleeping. Not thread-safe: one receive loop
 // drives one display.
 #pragma once

@@ -68,22 +68,29 @@ TEST(ProgressDisplay, BarShowsPercentRateAndEtaFromZeroToFull) {
 }
 
 // The line never reaches the last column, however narrow the terminal; narrow ones drop the bar first,
-// long locations lose their middle.
+// long locations lose their middle (never inside a UTF-8 sequence), control characters are defused.
 TEST(ProgressDisplay, StatusLineFitsTheTerminalWidth) {
-  const std::string domain(100, 'd');
-  for (unsigned width : {1u, 10u, 30u, 50u, 70u, 80u, 132u, 300u}) {
+  std::string domain = std::string(40, 'd') + "\x1b[2J";
+  for (int i = 0; i < 30; ++i) domain += "\xc3\xbc";
+  for (unsigned width : {1u, 10u, 30u, 50u, 70u, 80u, 81u, 132u, 133u, 300u}) {
     FakeClock t;
     std::ostringstream out;
     ProgressDisplay d(out, true, width, t.clock());
     t.advance(2000);
-    d.update(event(domain.c_str(), "mailbox-with-a-long-name", 1234, 5678));
+    d.update(event(domain.c_str(), "x", 1234, 5678));
     const std::string line = d.statusLine();
     EXPECT_LE(line.size(), width > 1 ? width - 1 : 1) << width << ": " << line;
+    EXPECT_EQ(line.find('\x1b'), std::string::npos) << line;
+    for (size_t i = 0; i < line.size(); ++i) {
+      const bool lead = line[i] == '\xc3' && (i + 1 == line.size() || line[i + 1] != '\xbc');
+      const bool orphan = line[i] == '\xbc' && (i == 0 || line[i - 1] != '\xc3');
+      EXPECT_FALSE(lead || orphan) << width << ": " << line;
+    }
     if (width >= 80 && width < 200) {
       EXPECT_NE(line.find("..."), std::string::npos) << line;
     }
     if (width >= 132) {
-      EXPECT_EQ(line.substr(line.size() - 10), "-long-name") << line;
+      EXPECT_EQ(line.substr(line.size() - 4), "\xc3\xbc/x") << line;
     }
     if (width <= 50) {
       EXPECT_EQ(line.find('['), std::string::npos) << line;
