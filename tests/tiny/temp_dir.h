@@ -1,4 +1,4 @@
-// Test helper: a fresh directory under TMPDIR (or /tmp), removed with its contents at scope end.
+// Test helper: a fresh directory under /tmp, removed with its contents at scope end.
 #pragma once
 
 #include <cstdlib>
@@ -11,10 +11,8 @@ namespace testing {
 class TempDir {
  public:
   TempDir() {
-    const char* base = getenv("TMPDIR");
-    std::string pattern = std::string(base && *base ? base : "/tmp") + "/vstat-test-XXXXXX";
-    char* made = mkdtemp(&pattern[0]);
-    path_ = made ? made : "";
+    char pattern[] = "/tmp/vstat-test-XXXXXX";
+    path_ = mkdtemp(pattern) ? pattern : "";
   }
   ~TempDir() {
     std::error_code ignored;
