@@ -36,9 +36,10 @@ CharsetConverter::CharsetConverter(const char* from, const char* to, bool throwO
   }
   if (!iconv_.open(target.c_str(), source.c_str()) && throwOnError) {
     char text[255];
-    snprintf(text, sizeof(text),
-             "CharsetConverter: failed to initialize string conversion from \"%s\" encoding to \"%s\" encoding",
-             orEmpty(from), orEmpty(to));
+    snprintf(
+        text, sizeof(text),
+        "CharsetConverter: failed to initialize string conversion from \"%s\" encoding to \"%s\" encoding",
+        orEmpty(from), orEmpty(to));
     throw std::runtime_error(text);
   }
 }
@@ -182,10 +183,10 @@ bool charsetRecode(const std::string& from, const std::string& to, std::string::
   return charsetRecode(from, to, length > 0 ? &*begin : "", length, out, option);
 }
 
-int charsetRecode(const char* from, const char* to, const char* in, unsigned inLen, char* out, unsigned* outLen,
-                  unsigned* consumed) {
-  if (from == nullptr || to == nullptr || (in == nullptr && inLen > 0) || out == nullptr || outLen == nullptr ||
-      consumed == nullptr) {
+int charsetRecode(const char* from, const char* to, const char* in, unsigned inLen, char* out,
+                  unsigned* outLen, unsigned* consumed) {
+  if (from == nullptr || to == nullptr || (in == nullptr && inLen > 0) || out == nullptr ||
+      outLen == nullptr || consumed == nullptr) {
     return EINVAL;
   }
   const unsigned room = *outLen;
@@ -218,8 +219,8 @@ bool remapCharset(std::string& out, const std::string& in) {
     const char* from;
     const char* to;
   } kRemapped[] = {
-      {"ks_c_5601-1987", "cp949"}, {"ksc5601", "cp949"},        {"iso-8859-1", "cp1252"},
-      {"us-ascii", "cp1252"},      {"none", "cp1252"},          {"iso-8859-8-i", "iso-8859-8"},
+      {"ks_c_5601-1987", "cp949"}, {"ksc5601", "cp949"}, {"iso-8859-1", "cp1252"},
+      {"us-ascii", "cp1252"},      {"none", "cp1252"},   {"iso-8859-8-i", "iso-8859-8"},
       {"gb2312", "gb18030"},
   };
   for (const auto& entry : kRemapped) {

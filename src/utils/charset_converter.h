@@ -94,8 +94,8 @@ bool charsetRecode(const std::string& from, const std::string& to, std::string::
 // bytes used. Returns 0 on success, otherwise the C library's error number (E2BIG, EILSEQ, EINVAL for
 // an incomplete sequence at the end), or EINVAL when the conversion cannot be opened or an argument
 // is null.
-int charsetRecode(const char* from, const char* to, const char* in, unsigned inLen, char* out, unsigned* outLen,
-                  unsigned* consumed);
+int charsetRecode(const char* from, const char* to, const char* in, unsigned inLen, char* out,
+                  unsigned* outLen, unsigned* consumed);
 
 // True for the UTF-7 (IMAP) names, otherwise when the library converts from `name` to UTF-8.
 bool haveCharset(const std::string& name);

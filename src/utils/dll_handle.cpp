@@ -5,7 +5,8 @@
 namespace vorlane {
 namespace utils {
 
-DllHandle::DllHandle(const std::string& path) : handle_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)), path_(path) {
+DllHandle::DllHandle(const std::string& path)
+    : handle_(dlopen(path.c_str(), RTLD_NOW | RTLD_LOCAL)), path_(path) {
   if (handle_ == nullptr) {
     const char* why = dlerror();
     error_ = "cannot open " + path + ": " + (why ? why : "unknown loader error");
@@ -16,7 +17,9 @@ DllHandle::~DllHandle() {
   if (handle_ != nullptr) dlclose(handle_);
 }
 
-DllHandle::Ptr DllHandle::create(const std::string& path) { return Ptr(new DllHandle(path), &DllHandle::deleter); }
+DllHandle::Ptr DllHandle::create(const std::string& path) {
+  return Ptr(new DllHandle(path), &DllHandle::deleter);
+}
 
 void DllHandle::deleter(DllHandle* handle) { delete handle; }
 

@@ -6,7 +6,8 @@ namespace vorlane {
 namespace utils {
 
 const char* const Utf7ImapConverter::MALFORMED = "The conversion failed - malformed UTF7-IMAP.";
-const char* const Utf7ImapConverter::MALFORMED_AMPERSAND = "The conversion failed - malformed UTF7-IMAP ('&').";
+const char* const Utf7ImapConverter::MALFORMED_AMPERSAND =
+    "The conversion failed - malformed UTF7-IMAP ('&').";
 const char* const Utf7ImapConverter::INTERNAL_ERROR = "Internal error when converting to UTF-7-IMAP";
 
 namespace {
@@ -124,7 +125,8 @@ bool Utf7ImapConverter::fromUtf7Imap(const char* in, size_t length, std::string&
 void Utf7ImapConverter::toUtf7Imap(const char* in, size_t length, std::string& out, utf7imap_table& table) {
   size_t i = 0;
   if (table.pendingByte >= 0 && length > 0) {
-    encodeUnit(out, (static_cast<unsigned>(table.pendingByte) << 8) | static_cast<unsigned char>(in[0]), table);
+    encodeUnit(out, (static_cast<unsigned>(table.pendingByte) << 8) | static_cast<unsigned char>(in[0]),
+               table);
     table.pendingByte = -1;
     i = 1;
   }

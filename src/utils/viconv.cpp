@@ -20,7 +20,9 @@ Fn lookUp(const DllHandle::Ptr& library, const char* symbol) {
 
 }  // namespace
 
-VIconv::VIconv() : handle_(kNoHandle) { attach(SharedLibraryLoader::instance().getDllHandle("", DEFAULT_LIBRARY_NAME)); }
+VIconv::VIconv() : handle_(kNoHandle) {
+  attach(SharedLibraryLoader::instance().getDllHandle("", DEFAULT_LIBRARY_NAME));
+}
 
 VIconv::~VIconv() { close(); }
 
