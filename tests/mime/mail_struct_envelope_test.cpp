@@ -14,22 +14,18 @@ namespace {
 
 using testing::parseText;
 
-TEST(MailStructEnvelope, ImportanceIsReadFromTheStartOfItsValue) {
-  struct Case { const char* value; int expected; };
-  for (const Case& c : {Case{"High", 3}, Case{"LOW (please)", 1}, Case{"normal", 2}, Case{"urgent", 0},
-                        Case{"hi", 0}}) {
-    auto root = parseText(std::string("Importance: ") + c.value + "\n\n");
+// Importance is matched on the start of its value; X-Priority is a number and leaves the priority alone.
+TEST(MailStructEnvelope, ImportanceAndXPriorityAreReadFromTheirValues) {
+  struct Case { const char* header; int importance; long x_priority; };
+  for (const Case& c : {Case{"Importance: High", 3, 0}, Case{"Importance: LOW (please)", 1, 0},
+                        Case{"Importance: normal", 2, 0}, Case{"Importance: hi", 0, 0},
+                        Case{"X-Priority: 9 (Lowest)", 0, 9}, Case{"X-Priority: high", 0, 0}}) {
+    auto root = parseText(std::string(c.header) + "\n\n");
     ASSERT_TRUE(root);
-    EXPECT_EQ(root->envelope.importance, c.expected) << c.value;
+    EXPECT_EQ(root->envelope.importance, c.importance) << c.header;
+    EXPECT_EQ(root->envelope.x_priority, c.x_priority) << c.header;
+    EXPECT_EQ(root->envelope.priority, 3) << c.header;
   }
-}
-
-TEST(MailStructEnvelope, XPriorityIsANumberAndLeavesThePriorityAlone) {
-  auto root = parseText("X-Priority: 9 (Lowest)\n\n");
-  ASSERT_TRUE(root);
-  EXPECT_EQ(root->envelope.x_priority, 9);
-  EXPECT_EQ(root->envelope.priority, 3);
-  EXPECT_EQ(parseText("X-Priority: high\n\n")->envelope.x_priority, 0);
 }
 
 TEST(MailStructEnvelope, KeepsMessageHeadersAndReplacesRepeatedOnes) {
@@ -75,7 +71,6 @@ int probe(const std::string& text) {
 TEST(MailStructEnvelope, ProbeLooksAtTheSubPartsWithoutBuildingATree) {
   struct Case { const char* name; std::string text; int expected; };
   const Case cases[] = {
-      {"single text part", "Content-Type: text/plain\n\nhi\n", 0},
       {"single pdf", "Content-Type: application/pdf\n\n%PDF\n", 1},
       {"mixed with text parts only",
        "Content-Type: multipart/mixed; boundary=b\n\n--b\n\none\n--b\nContent-Type: text/html\n\n<p>\n--b--\n", 0},
@@ -91,8 +86,6 @@ TEST(MailStructEnvelope, ProbeLooksAtTheSubPartsWithoutBuildingATree) {
        1},
       {"image inside an alternative",
        "Content-Type: multipart/alternative; boundary=a\n\n--a\n\nplain\n--a\nContent-Type: image/gif\n\nG\n--a--\n",
-       1},
-      {"related part", "Content-Type: multipart/mixed; boundary=b\n\n--b\nContent-Type: multipart/related\n\n--b--\n",
        1},
   };
   for (const Case& c : cases) EXPECT_EQ(probe(c.text), c.expected) << c.name;

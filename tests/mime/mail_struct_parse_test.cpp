@@ -93,23 +93,6 @@ TEST(MailStructParse, OuterBoundaryClosesOpenInnerParts) {
   EXPECT_EQ(inner->total_bytes, text.find("\n--out\n\nsecond") - inner_start);
 }
 
-TEST(MailStructParse, EpilogueCountsIntoItsMultipartAndTheOuterBoundaryStillEndsIt) {
-  const std::string text =
-      "Content-Type: multipart/mixed; boundary=out\n\n"
-      "--out\n"
-      "Content-Type: multipart/alternative; boundary=in\n\n"
-      "--in\n\na\n--in--\ninner epilogue\n"
-      "--out\n\nb\n--out--\n";
-  auto root = parseText(text);
-  ASSERT_TRUE(root);
-  ASSERT_EQ(childCount(root.get()), 2);
-  const mail_struct* inner = childAt(root.get(), 0);
-  EXPECT_EQ(childCount(inner), 1);
-  // Epilogue lines keep their line ends; only a leaf gives its last one to the boundary.
-  EXPECT_EQ(inner->total_bytes, text.find("--out\n\nb") - text.find("Content-Type: multipart/alternative"));
-  EXPECT_EQ(root->total_bytes, text.size());
-}
-
 // A nested multipart that reuses its parent's boundary must find its own first boundary line, not take it
 // for the parent's; from then on the innermost copy answers.
 TEST(MailStructParse, MultipartReusingItsParentsBoundaryFindsItsOwnFirstBoundary) {
@@ -232,17 +215,6 @@ TEST(MailStructParse, MultipartInsideSixtyFiveBoundariesIsReadAsPlainText) {
   EXPECT_TRUE(node->is("text", "plain"));
   EXPECT_EQ(node->first_child, nullptr);
   EXPECT_EQ(root->total_bytes, text.size());
-}
-
-TEST(MailStructParse, LinesLongerThanTheBufferCountAsSeveralLines) {
-  struct Case { size_t chars; uint32_t lines; };
-  for (const Case& c : {Case{MIME_LINE_MAX - 1, 1}, Case{MIME_LINE_MAX, 2}, Case{40000, 3}}) {
-    const std::string text = "\n" + std::string(c.chars, 'x') + "\n";
-    auto root = parseText(text);
-    ASSERT_TRUE(root);
-    EXPECT_EQ(root->body_lines, c.lines) << c.chars;
-    EXPECT_EQ(root->body_bytes, c.chars + 1) << c.chars;
-  }
 }
 
 // Whole continuation lines are dropped once the unfolded header would reach the buffer size; shorter ones

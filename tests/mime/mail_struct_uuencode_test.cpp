@@ -29,8 +29,6 @@ TEST(MailStructUuencode, CompleteBlockInAWatchedBodySetsTheFlag) {
       {"octet stream without uue encoding", "Content-Type: application/octet-stream\r\n", kBlock, false},
       {"x-uuencode encoding", "Content-Type: application/octet-stream\r\nContent-Transfer-Encoding: X-UUEncode\r\n",
        kBlock, true},
-      {"uue encoding", "Content-Type: application/octet-stream\r\nContent-Transfer-Encoding: uue\r\n", kBlock, true},
-      {"html is not watched", "Content-Type: text/html\r\n", kBlock, false},
       {"capitalised begin, tab and blanks", "", "BEGIN\t  600 f\r\n" + kFullLine + "end\r\n", true},
       {"blank lines inside the block", "", "begin 644 f\r\n" + kFullLine + " \t\r\n" + kShortLine + "end\r\n", true},
       {"no end line", "", "begin 644 f\r\n" + kFullLine + kShortLine, false},
