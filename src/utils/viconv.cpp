@@ -7,11 +7,9 @@
 namespace vorlane {
 namespace utils {
 
-const char* const LIBICONV_NAME = "vxiconv_1.11.1.so";
-const char* const VIconv::DEFAULT_LIBRARY_NAME = "vxiconv_1.11.1.so";
-const vxiconv_t VIconv::kNoHandle = reinterpret_cast<vxiconv_t>(-1);
-
 namespace {
+
+const char kLibraryFileName[] = "vxiconv_1.11.1.so";
 
 template <typename Fn>
 Fn lookUp(const DllHandle::Ptr& library, const char* symbol) {
@@ -20,7 +18,10 @@ Fn lookUp(const DllHandle::Ptr& library, const char* symbol) {
 
 }  // namespace
 
-VIconv::VIconv() : handle_(kNoHandle) {
+const char* const LIBICONV_NAME = kLibraryFileName;
+const char* const VIconv::DEFAULT_LIBRARY_NAME = kLibraryFileName;
+
+VIconv::VIconv() : handle_(noHandle()) {
   attach(SharedLibraryLoader::instance().getDllHandle("", DEFAULT_LIBRARY_NAME));
 }
 
@@ -63,7 +64,7 @@ bool VIconv::close() {
   if (!isOpen()) return true;
   // The library releases a handle even when closing reports an error, so it is forgotten either way.
   bool closed = close_ != nullptr && close_(handle_) == 0;
-  handle_ = kNoHandle;
+  handle_ = noHandle();
   return closed;
 }
 

@@ -49,11 +49,12 @@ class VIconv : private boost::noncopyable {
   // Address of `symbol` in the library; null when it or the library is missing.
   void* getFuncAddress(const char* symbol) const;
 
-  bool isOpen() const { return handle_ != kNoHandle; }
+  bool isOpen() const { return handle_ != noHandle(); }
   bool isLibraryLoaded() const { return library_->isLoaded(); }
 
  private:
-  static const vxiconv_t kNoHandle;
+  // A function rather than a constant: a VIconv may be built during static initialisation.
+  static vxiconv_t noHandle() { return reinterpret_cast<vxiconv_t>(-1); }
 
   void attach(const DllHandle::Ptr& library);
 
