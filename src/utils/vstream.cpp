@@ -1,5 +1,6 @@
 #include "utils/vstream.h"
 
+#include <algorithm>
 #include <cstdarg>
 #include <cstdio>
 #include <cstdlib>
@@ -91,39 +92,68 @@ unsigned VStream::write(const char* buf, unsigned len) {
   return len;
 }
 
+// Both line readers copy whole runs of buffered bytes up to the next LF (memchr + memcpy) instead
+// of moving byte by byte; only the first byte after a refill goes through the single-byte path.
 int VStream::gets(char* buf, unsigned size, bool keepPartial) {
   if (size == 0) return 0;
   buf[0] = 0;
-  unsigned i = 0;
+  unsigned i = 0;  // bytes stored so far
   for (;;) {
-    int c = nextByte();
-    if (c == -1) {
-      if (keepPartial) {
+    if (readCount_ <= 0) {
+      int c = fill();
+      if (c == -1) {
+        if (keepPartial) {
+          buf[i] = 0;
+          return static_cast<int>(i);
+        }
+        buf[0] = 0;
+        return 0;
+      }
+      buf[i++] = static_cast<char>(c);
+      // A byte stored at index size-1 makes the line over-long, LF or not: a line fits only with at
+      // most size-2 characters before its LF. buf is left unterminated, the rest stays in the stream.
+      if (i >= size) return 0;
+      if (c == '\n') {
         buf[i] = 0;
         return static_cast<int>(i);
       }
-      buf[0] = 0;
-      return 0;
+      continue;
     }
-    buf[i] = static_cast<char>(c);
-    // Checked before the LF test: a line fits only with at most size-2 characters before its LF.
-    if (i >= size - 1) return 0;
-    if (c == '\n') {
-      buf[i + 1] = 0;
-      return static_cast<int>(i + 1);
+    unsigned avail = std::min(static_cast<unsigned>(readCount_), size - i);
+    const char* lf = static_cast<const char*>(memchr(readCur_, '\n', avail));
+    unsigned take = lf ? static_cast<unsigned>(lf - readCur_) + 1 : avail;
+    memcpy(buf + i, readCur_, take);
+    readCur_ += take;
+    readCount_ -= static_cast<int32_t>(take);
+    i += take;
+    if (i >= size) return 0;
+    if (lf) {
+      buf[i] = 0;
+      return static_cast<int>(i);
     }
-    ++i;
   }
 }
 
 int VStream::getstr(char* buf, unsigned size) {
   if (size == 0) return 0;
+  const unsigned limit = size - 1;
   unsigned i = 0;
-  while (i < size - 1) {
-    int c = nextByte();
-    if (c == -1) break;
-    buf[i++] = static_cast<char>(c);
-    if (c == '\n') break;
+  while (i < limit) {
+    if (readCount_ <= 0) {
+      int c = fill();
+      if (c == -1) break;
+      buf[i++] = static_cast<char>(c);
+      if (c == '\n') break;
+      continue;
+    }
+    unsigned avail = std::min(static_cast<unsigned>(readCount_), limit - i);
+    const char* lf = static_cast<const char*>(memchr(readCur_, '\n', avail));
+    unsigned take = lf ? static_cast<unsigned>(lf - readCur_) + 1 : avail;
+    memcpy(buf + i, readCur_, take);
+    readCur_ += take;
+    readCount_ -= static_cast<int32_t>(take);
+    i += take;
+    if (lf) break;
   }
   buf[i] = 0;
   return static_cast<int>(i);

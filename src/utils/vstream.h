@@ -72,15 +72,6 @@ class VStream : private boost::noncopyable {
   unsigned pendingWriteCount() const { return kBufferSize - writeRoom_; }
 
  private:
-  // Next byte from the read buffer, refilling when it is empty; -1 at end of input or on error.
-  int nextByte() {
-    if (readCount_ > 0) {
-      --readCount_;
-      return static_cast<unsigned char>(*readCur_++);
-    }
-    return fill();
-  }
-
   char readBuf_[kBufferSize];
   char writeBuf_[kBufferSize];
   char* readCur_;

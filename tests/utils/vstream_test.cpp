@@ -78,8 +78,10 @@ TEST(VStreamGets, LineLengthBoundariesAndPartialLastLines) {
       {"crlf\r\n", false, {"6:crlf\r\n", "0:", "0:"}},
   };
   for (const Case& c : cases) {
-    MemoryStream s(c.input);
-    EXPECT_EQ(getsAll(s, 512, c.keepPartial, 3), c.expected) << c.input.substr(0, 20);
+    for (unsigned chunk : {4096u, 7u}) {  // 7: the refill lands inside the line and at its edges
+      MemoryStream s(c.input, chunk);
+      EXPECT_EQ(getsAll(s, 512, c.keepPartial, 3), c.expected) << c.input.substr(0, 20) << " chunk " << chunk;
+    }
   }
   MemoryStream dropped("partial");
   char buf[16] = "garbage";
