@@ -9,7 +9,8 @@ namespace utils {
 
 // Copies at most size-1 characters of src into dst and fills the rest of the size bytes with zeros,
 // so dst is always terminated and a fixed field never carries stale bytes onto the wire. A null src
-// gives an all-zero field; size 0 writes nothing. Returns dst.
+// gives an all-zero field; size 0 writes nothing. At most size-1 bytes of src are read, so src may
+// itself be an unterminated fixed field of at least size-1 bytes (a received payload). Returns dst.
 char* strncpys(char* dst, const char* src, size_t size);
 
 }  // namespace utils
