@@ -3,7 +3,7 @@
 // buffers), haveCharset and remapCharset. Every conversion drops what the target cannot hold
 // ("//IGNORE" is added to the target) and skips invalid input, so mail in a mislabelled charset still
 // yields text. Modified UTF-7 (IMAP), unknown to the library, goes through Utf7ImapConverter and
-// UTF-16BE ("utf-7-imap" and "utf-7m" are accepted as either name).
+// UTF-16BE; "utf-7-imap" and "utf-7m" name it on either side.
 // When the library or the pair is missing every conversion reports failure; only the constructor with
 // throwOnError set throws (std::runtime_error).
 // A CharsetConverter is used by one thread at a time; the free functions are thread-safe.
