@@ -1,0 +1,317 @@
+// Times one statistics job of the real vstatserver (ProcessStore request until the process has exited)
+// on generated stores, against a plain walk that reads the same message files with 4096-byte reads in
+// the same run, and reports the server's peak resident memory. Prints figures only; asserts nothing.
+//
+//   bench_scan [--runs R] [--work DIR] [MESSAGES ...]      (default: 5000 50000, 3 runs)
+//
+// The stores are written below DIR (default $TMPDIR or /tmp) and removed afterwards. The server is taken
+// from the directory of this program. The job writes /tmp/VStatReport.xml, whose totals are compared
+// with the generator's manifest as a plausibility check.
+#include <dirent.h>
+#include <fcntl.h>
+#include <strings.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <chrono>
+#include <cinttypes>
+#include <cstdio>
+#include <csignal>
+#include <cstdlib>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "mkstore/output_files.h"
+#include "mkstore/store_generator.h"
+#include "stat/vstat_messages.h"
+#include "vcom/message_types.h"
+#include "vcom/server_process.h"
+
+namespace {
+
+using Clock = std::chrono::steady_clock;
+
+double secondsSince(Clock::time_point start) {
+  return std::chrono::duration<double>(Clock::now() - start).count();
+}
+
+const char* const kSkipped[] = {"#msgs", "#assoc", "#sync", "__vorlanemapi__STORE", "__vorlanemapi__STORE_ROOT",
+                                "__vorlanemapi__IPM_ROOT", "IPM_VIEWS", "IPM_COMMON_VIEWS", "Reminders",
+                                "Search Root", "Freebusy Data"};
+
+bool isSkipped(const char* name) {
+  if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0) return true;
+  for (const char* s : kSkipped) {
+    if (strcasecmp(s, name) == 0) return true;
+  }
+  return false;
+}
+
+bool isDirectory(const std::string& path) {
+  struct stat st;
+  return lstat(path.c_str(), &st) == 0 && S_ISDIR(st.st_mode);
+}
+
+int folderType(const std::string& dir) {
+  std::ifstream status(dir + "/status.fld");
+  std::string line;
+  int type = 0;
+  while (std::getline(status, line)) {
+    if (!line.empty() && line[0] == 'T') type = atoi(line.c_str() + 1);
+  }
+  return type;
+}
+
+// The "#msgs" directories whose files the server parses: those of type-0 folders the walk enters.
+void collectMessageDirs(const std::string& dir, std::vector<std::string>& out) {
+  if (folderType(dir) == 0 && isDirectory(dir + "/#msgs")) out.push_back(dir + "/#msgs");
+  DIR* d = opendir(dir.c_str());
+  if (!d) return;
+  std::vector<std::string> subdirs;
+  while (const dirent* e = readdir(d)) {
+    if (!isSkipped(e->d_name) && isDirectory(dir + "/" + e->d_name)) subdirs.push_back(dir + "/" + e->d_name);
+  }
+  closedir(d);
+  for (const std::string& s : subdirs) collectMessageDirs(s, out);
+}
+
+struct ReadTotals {
+  uint64_t files = 0;
+  uint64_t bytes = 0;
+};
+
+// Lists each message directory and reads every "eml" file in it with 4096-byte reads.
+ReadTotals plainRead(const std::vector<std::string>& messageDirs) {
+  ReadTotals totals;
+  char buffer[4096];
+  std::string path;
+  for (const std::string& dir : messageDirs) {
+    DIR* d = opendir(dir.c_str());
+    if (!d) continue;
+    while (const dirent* e = readdir(d)) {
+      const size_t len = strlen(e->d_name);
+      if (len < 3 || strcasecmp(e->d_name + len - 3, "eml") != 0) continue;
+      path = dir + "/" + e->d_name;
+      const int fd = open(path.c_str(), O_RDONLY | O_CLOEXEC);
+      if (fd < 0) continue;
+      ssize_t n;
+      while ((n = read(fd, buffer, sizeof buffer)) > 0) totals.bytes += static_cast<uint64_t>(n);
+      close(fd);
+      ++totals.files;
+    }
+    closedir(d);
+  }
+  return totals;
+}
+
+struct JobResult {
+  bool ok = false;
+  std::string problem;
+  double seconds = 0;
+  long peakKiB = 0;
+  unsigned events = 0;
+  bool reportWritten = false;
+};
+
+JobResult runJob(const std::string& server, const std::string& storeDir) {
+  using namespace vorlane;
+  JobResult r;
+  vcom::ServerProcess child;
+  if (!child.start(server)) {
+    r.problem = child.lastError();
+    return r;
+  }
+  vstat::ProcessStoreReqBuffT req = {};
+  snprintf(req.storeDir, sizeof req.storeDir, "%s", storeDir.c_str());
+  snprintf(req.productVersion, sizeof req.productVersion, "bench");
+  snprintf(req.osName, sizeof req.osName, "Linux");
+  char payload[vstat::kProcessStoreReqWireSize];
+  vstat::encodeProcessStoreRequest(req, payload);
+
+  const Clock::time_point start = Clock::now();
+  if (child.sendRequest(vstat::ProcessStore, payload, sizeof payload, 5000) == 0) {
+    r.problem = "sending ProcessStore failed: " + child.lastError();
+    return r;
+  }
+  // The server ends itself after the job; its output closes then. Heartbeats do not count as progress:
+  // two silent minutes without a progress event mean the job hangs.
+  Clock::time_point lastProgress = Clock::now();
+  for (;;) {
+    vcom::MsgPtr msg;
+    const vcom::ServerProcess::Result res = child.receive(msg, 1000);
+    if (res == vcom::ServerProcess::kClosed) break;
+    if (res == vcom::ServerProcess::kTimeout && secondsSince(lastProgress) < 120) continue;
+    if (res != vcom::ServerProcess::kOk) {
+      r.problem = res == vcom::ServerProcess::kTimeout ? "no progress for 120 s" : child.lastError();
+      child.kill(SIGKILL);
+      break;
+    }
+    if (msg->type == vstat::ProgressAsync) {
+      ++r.events;
+      lastProgress = Clock::now();
+      vstat::EventBuffT ev;
+      if (vstat::decodeEvent(msg->payload(), msg->payloadSize(), ev) && ev.run == 0) r.reportWritten = ev.done == 1;
+    } else if (msg->type == vcom::GenericResp) {
+      r.problem = "the server refused the request: " +
+                  std::string(msg->payload(), strnlen(msg->payload(), msg->payloadSize()));
+      child.kill(SIGKILL);
+      break;
+    }
+  }
+  vcom::ChildExit exit;
+  if (!child.waitExit(60000, &exit)) {
+    r.problem = "the server did not end";
+    return r;
+  }
+  r.seconds = secondsSince(start);
+  r.peakKiB = exit.usage.ru_maxrss;
+  r.ok = r.problem.empty() && exit.exited && exit.code == 0;
+  if (r.problem.empty() && !r.ok) r.problem = "the server ended abnormally";
+  return r;
+}
+
+// Value and sum of one counter inside one collection of the report; false when not found.
+bool reportCounter(const std::string& xml, const std::string& collection, const std::string& counter,
+                   uint64_t& value, uint64_t* sum) {
+  size_t at = xml.find("<collection name='" + collection + "'");
+  if (at == std::string::npos) return false;
+  const size_t end = xml.find("</collection>", at);
+  at = xml.find("name='" + counter + "'>", at);
+  if (at == std::string::npos || at > end) return false;
+  const size_t v = xml.find("<value>", at);
+  if (v == std::string::npos) return false;
+  value = strtoull(xml.c_str() + v + 7, nullptr, 10);
+  if (!sum) return true;
+  const size_t s = xml.find("<sum>", at);
+  if (s == std::string::npos || s > end) return false;
+  *sum = strtoull(xml.c_str() + s + 5, nullptr, 10);
+  return true;
+}
+
+void checkReport(const vorlane::mkstore::Manifest& m) {
+  std::ifstream in("/tmp/VStatReport.xml");
+  std::stringstream s;
+  s << in.rdbuf();
+  const std::string xml = s.str();
+  const std::string any = "Any folder class - any folder type";
+  uint64_t messages = 0, bytes = 0, folders = 0, domains = 0, count = 0;
+  const bool found = reportCounter(xml, any, "Message count", messages, nullptr) &&
+                     reportCounter(xml, any, "Message size", count, &bytes) &&
+                     reportCounter(xml, any, "Folder count", folders, nullptr) &&
+                     reportCounter(xml, any, "Domain count", domains, nullptr);
+  if (!found) {
+    printf("  report check        /tmp/VStatReport.xml lacks the totals\n");
+    return;
+  }
+  const bool match = messages == m.reportMessageCount() && bytes == m.reportMessageBytes() &&
+                     folders == m.folders && domains == m.domains;
+  printf("  report check        %s (messages %" PRIu64 "/%" PRIu64 ", bytes %" PRIu64 "/%" PRIu64
+         ", folders %" PRIu64 "/%" PRIu64 ", domains %" PRIu64 "/%" PRIu64 ")\n",
+         match ? "totals match the manifest" : "TOTALS DIFFER from the manifest", messages,
+         m.reportMessageCount(), bytes, m.reportMessageBytes(), folders, m.folders, domains, m.domains);
+}
+
+double median(std::vector<double> v) {
+  std::sort(v.begin(), v.end());
+  return v.empty() ? 0 : v.size() % 2 ? v[v.size() / 2] : (v[v.size() / 2 - 1] + v[v.size() / 2]) / 2;
+}
+
+std::string programDir(const char* argv0) {
+  char self[4096];
+  const ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
+  std::string path = n > 0 ? std::string(self, static_cast<size_t>(n)) : std::string(argv0);
+  const size_t slash = path.rfind('/');
+  return slash == std::string::npos ? "." : path.substr(0, slash);
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  int runs = 3;
+  const char* tmp = getenv("TMPDIR");
+  std::string work = tmp && *tmp ? tmp : "/tmp";
+  std::vector<uint64_t> sizes;
+  for (int i = 1; i < argc; ++i) {
+    if (strcmp(argv[i], "--runs") == 0 && i + 1 < argc) {
+      runs = std::max(1, atoi(argv[++i]));
+    } else if (strcmp(argv[i], "--work") == 0 && i + 1 < argc) {
+      work = argv[++i];
+    } else if (argv[i][0] != '-' && strtoull(argv[i], nullptr, 10) > 0) {
+      sizes.push_back(strtoull(argv[i], nullptr, 10));
+    } else {
+      fprintf(stderr, "usage: bench_scan [--runs R] [--work DIR] [MESSAGES ...]\n");
+      return 2;
+    }
+  }
+  if (sizes.empty()) sizes = {5000, 50000};
+  const std::string server = programDir(argv[0]) + "/vstatserver";
+  if (access(server.c_str(), X_OK) != 0) {
+    fprintf(stderr, "bench_scan: cannot run %s: %s\n", server.c_str(), strerror(errno));
+    return 1;
+  }
+
+  printf("bench_scan: %d runs per store, medians reported; server %s\n", runs, server.c_str());
+  for (uint64_t messages : sizes) {
+    std::string dir = work + "/bench-scan-XXXXXX";
+    if (!mkdtemp(&dir[0])) {
+      fprintf(stderr, "bench_scan: cannot create a directory in %s: %s\n", work.c_str(), strerror(errno));
+      return 1;
+    }
+    vorlane::mkstore::StoreOptions options;
+    options.messages = messages;
+    options.seed = 2026;
+    options.outDir = dir + "/store";
+    vorlane::mkstore::Manifest manifest;
+    std::string error;
+    const Clock::time_point genStart = Clock::now();
+    if (!vorlane::mkstore::generateStore(options, manifest, error)) {
+      fprintf(stderr, "bench_scan: %s\n", error.c_str());
+      vorlane::mkstore::removeTree(dir, error);
+      return 1;
+    }
+    const double genSeconds = secondsSince(genStart);
+
+    std::vector<std::string> messageDirs;
+    collectMessageDirs(options.outDir + "/mail", messageDirs);
+    const ReadTotals warm = plainRead(messageDirs);  // warms the page cache for both measurements
+
+    std::vector<double> jobTimes, readTimes, ratios, peaks;
+    JobResult last;
+    for (int r = 0; r < runs; ++r) {
+      last = runJob(server, options.outDir);
+      if (!last.ok) break;
+      const Clock::time_point readStart = Clock::now();
+      plainRead(messageDirs);
+      const double readSeconds = secondsSince(readStart);
+      jobTimes.push_back(last.seconds);
+      readTimes.push_back(readSeconds);
+      ratios.push_back(last.seconds / readSeconds);
+      peaks.push_back(static_cast<double>(last.peakKiB));
+    }
+
+    printf("store of %" PRIu64 " messages: %" PRIu64 " message files, %.1f MB read by the walk, %.1f MB on disk\n",
+           messages, warm.files, static_cast<double>(warm.bytes) / 1e6, static_cast<double>(manifest.diskBytes) / 1e6);
+    printf("  generation          %.2f s (%.1f MB/s)\n", genSeconds,
+           static_cast<double>(manifest.diskBytes) / 1e6 / genSeconds);
+    if (!last.ok) {
+      printf("  job                 FAILED: %s\n", last.problem.c_str());
+    } else {
+      const double job = median(jobTimes), read = median(readTimes);
+      printf("  job (request->exit) %.3f s   (%.1f MB/s, %.0f messages/s; %u progress events, report %s)\n", job,
+             static_cast<double>(warm.bytes) / 1e6 / job, static_cast<double>(warm.files) / job, last.events,
+             last.reportWritten ? "written" : "NOT written");
+      printf("  plain 4 KiB read    %.3f s   (%.1f MB/s)\n", read, static_cast<double>(warm.bytes) / 1e6 / read);
+      printf("  ratio job/read      %.2f     (median of per-run ratios; target <= 2)\n", median(ratios));
+      printf("  server peak memory  %.1f MiB (VmHWM via ru_maxrss; target < 16 MiB)\n", median(peaks) / 1024.0);
+      checkReport(manifest);
+    }
+    fflush(stdout);
+    vorlane::mkstore::removeTree(dir, error);
+  }
+  return 0;
+}
