@@ -251,8 +251,7 @@ ServerProcess::Result ServerProcess::receive(MsgPtr& out, long timeoutMs) {
 
 ServerProcess::Result ServerProcess::waitForAnswer(uint32_t type, uint32_t seq, MsgPtr& out, long timeoutMs) {
   const long long deadline = deadlineAfter(timeoutMs);
-  // Messages already set aside are not the answer (they were looked at when they arrived) unless they
-  // came before this call asked for this sequence number.
+  // A message set aside while another answer was awaited may be this one.
   for (auto it = backlog_.begin(); it != backlog_.end(); ++it) {
     if ((*it)->seq == seq && ((*it)->type == type || (*it)->type == GenericResp)) {
       out = std::move(*it);
