@@ -10,7 +10,7 @@
 // Exit status (also in --help):
 //   0  the report was written (and copied, with --report)
 //   1  the job failed, was refused, or was stopped by Ctrl-C (a partial report is still shown and copied)
-//   2  usage error
+//   2  usage error, including a --report target whose directory is missing or not writable
 //   3  STORE_DIR/mail is missing or not a directory
 //   4  the server program is missing, not executable, or cannot be started
 //   5  the server died, hung, or broke the protocol before the job ended
@@ -123,7 +123,7 @@ void printScanUsage(FILE* out) {
                "Scans the message store under STORE_DIR/mail with vstatserver and prints a summary of its\n"
                "report (%s).\n"
                "  --server PATH          the server program (default: vstatserver next to vstat)\n"
-               "  --report FILE          also copy the report to FILE\n"
+               "  --report FILE          also copy the report to FILE (or into FILE, a directory)\n"
                "  --product-version V    product version written into the report (default \"%s\")\n"
                "  --build N              build number written into the report (default %lu)\n"
                "  --os-name S            operating system name (default: uname system and release)\n"
@@ -255,6 +255,24 @@ int checkStore(ScanOptions& options) {
     return kExitUsage;
   }
   options.storeDir = resolved;
+  return kExitReport;
+}
+
+// --report is checked before the scan, so that a long scan does not end in a copy that cannot be made.
+// A directory receives the report under its own name.
+int checkReportTarget(ScanOptions& options) {
+  if (options.reportCopy.empty()) return kExitReport;
+  struct stat st;
+  if (stat(options.reportCopy.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
+    options.reportCopy += std::string("/") + (std::strrchr(kReportPath, '/') + 1);
+  }
+  const size_t slash = options.reportCopy.rfind('/');
+  const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : options.reportCopy.substr(0, slash);
+  if (access(dir.c_str(), W_OK) != 0) {
+    std::fprintf(stderr, "vstat scan: cannot write the report copy into '%s': %s\n", dir.c_str(),
+                 std::strerror(errno));
+    return kExitUsage;
+  }
   return kExitReport;
 }
 
@@ -592,6 +610,8 @@ int runScanCommand(int argc, char** argv) {
     return status;
   }
   status = checkStore(options);
+  if (status != kExitReport) return status;
+  status = checkReportTarget(options);
   if (status != kExitReport) return status;
   status = findServer(options);
   if (status != kExitReport) return status;

@@ -214,6 +214,7 @@ TEST_F(ScanCommandTest, UsageErrorsExitWithTwo) {
       {store_, "--product-version", std::string(28, 'v')},
       {store_, "--os-name", std::string(128, 'o')},
       {store_, "--report="},
+      {store_, "--report", dir_ + "/nowhere/copy.xml"},
   };
   for (const std::vector<std::string>& args : cases) {
     const ScanResult r = scan(args);
