@@ -69,6 +69,7 @@ bool Utf7ImapConverter::fromUtf7Imap(const char* in, size_t length, std::string&
   out.clear();
   out.reserve(length * 2);
   size_t i = 0;
+  bool runJustClosed = false;
   while (i < length) {
     unsigned char c = static_cast<unsigned char>(in[i++]);
     if (c != '&') {
@@ -77,12 +78,19 @@ bool Utf7ImapConverter::fromUtf7Imap(const char* in, size_t length, std::string&
         return false;
       }
       appendUnit(out, c);
+      runJustClosed = false;
       continue;
     }
     if (i < length && in[i] == '-') {
       appendUnit(out, '&');
       ++i;
+      runJustClosed = false;
       continue;
+    }
+    // Two runs back to back spell what one run would ("&AOk-&AOk-" for "&AOkA6Q-").
+    if (runJustClosed) {
+      error = MALFORMED;
+      return false;
     }
     unsigned bits = 0;
     unsigned bitCount = 0;
@@ -118,6 +126,7 @@ bool Utf7ImapConverter::fromUtf7Imap(const char* in, size_t length, std::string&
       error = MALFORMED;
       return false;
     }
+    runJustClosed = true;
   }
   return true;
 }

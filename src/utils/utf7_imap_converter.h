@@ -3,7 +3,8 @@
 // stands for itself except '&', written "&-"; everything else is a run of base64 (with ',' for '/')
 // over the UTF-16 code units, opened by '&' and always closed by '-'.
 // Decoding is strict so that one name has one spelling: raw bytes outside 0x20..0x7E, printable
-// ASCII inside a run, stray bits at the end of a run and unterminated runs are all refused.
+// ASCII inside a run, stray bits at the end of a run, two runs back to back and unterminated runs
+// are all refused.
 // Stateless functions; an encoding in progress keeps its state in the caller's utf7imap_table.
 #pragma once
 

@@ -45,6 +45,7 @@ TEST(Utf7Imap, MalformedInputIsRefusedWithItsText) {
       {"&A-", bad},         {"&APwA-", bad},      // bits that make no whole code unit
       {"&APx-", bad},                             // padding bits not zero
       {"&AGE-", bad},       {"&ACY-", bad},       // 'a' and '&' must not hide in a run
+      {"&APw-&APw-", bad},                        // two runs back to back spell one run
       {"caf\xc3\xa9", bad}, {"a\tb", bad},        // raw 8-bit and control characters
   };
   for (const auto& c : cases) {
