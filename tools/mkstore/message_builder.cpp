@@ -163,6 +163,7 @@ class Composer {
     correspondent(other);
     const Party& from = outgoing_ ? owner_ : other;
     const Party& to = outgoing_ ? other : owner_;
+    sender_ = from.name;
     const char* toDomain = strchr(to.address.c_str(), '@') + 1;
     const char* fromDomain = strchr(from.address.c_str(), '@') + 1;
     char date[64];
@@ -296,7 +297,7 @@ class Composer {
     if (rng().chance(400)) {
       // The signature separator "-- " must not be taken for a boundary.
       w_.line("-- ");
-      w_.line("%s", owner_.name.c_str());
+      w_.line("%s", sender_.c_str());
       w_.line("Phone +49 30 555 %04u", static_cast<unsigned>(rng().below(10000)));
     }
   }
@@ -485,6 +486,7 @@ class Composer {
   const Party& owner_;
   bool outgoing_;
   unsigned& boundaries_;
+  std::string sender_;  // signs the plain-text bodies
 };
 
 }  // namespace
