@@ -1,0 +1,393 @@
+// Faults from outside, through the real vstatserver started as the mail server starts it: the parent
+// going away in the middle of a job, message files vanishing or shrinking under the walk, a folder tree
+// deeper than 1000 levels, 100,000 entries in one folder, and the fixed report path blocked by a
+// directory or planted with a symbolic link. Whatever happens, the process must end by itself, with
+// status 0 and not by a signal, and a job that runs to its end must send its final progress event.
+//
+// Stores are built in a private temporary directory. The tests replace "/tmp/VStatReport.xml", so the
+// binary holds a CTest resource lock on that path (tests/e2e/CMakeLists.txt).
+#include <errno.h>
+#include <fcntl.h>
+#include <spawn.h>
+#include <stdlib.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "stat/vstat_messages.h"
+#include "vcom/server_process.h"
+
+extern char** environ;
+
+using namespace vorlane;
+using vcom::MsgPtr;
+using vcom::ServerProcess;
+
+namespace {
+
+const char* const kServer = VSTAT_BIN_DIR "/vstatserver";
+const char* const kReportPath = "/tmp/VStatReport.xml";
+const long kAnswerMs = 5000;
+// A whole job on the stores below takes a few seconds under the sanitizers; this only bounds a hang.
+const long kJobMs = 60000;
+// Once its parent is gone the server has to notice at its next read or write and end without
+// finishing the walk.
+const long kPromptExitMs = 5000;
+
+const char kSmallMessage[] = "From: a@example.com\nSubject: hi\n\nbody\n";
+
+std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+void writeFile(const std::string& path, const std::string& text) {
+  std::ofstream out(path, std::ios::binary | std::ios::trunc);
+  out << text;
+  ASSERT_TRUE(out.good()) << "cannot write " << path;
+}
+
+void makeDir(const std::string& path) {
+  ASSERT_TRUE(mkdir(path.c_str(), 0700) == 0 || errno == EEXIST) << path << ": " << strerror(errno);
+}
+
+// A multipart message of about `bytes` bytes, so that parsing it takes measurable time.
+std::string largeMessage(size_t bytes) {
+  std::string text =
+      "From: a@example.com\nSubject: large\nContent-Type: multipart/mixed; boundary=b\n\n--b\n"
+      "Content-Type: text/plain\n\n";
+  const std::string line(75, 'x');
+  while (text.size() < bytes) text += line + "\n";
+  return text + "--b--\n";
+}
+
+// Removes whatever is at the report path, so each test starts from a known state.
+void clearReportPath() {
+  if (unlink(kReportPath) != 0 && errno != ENOENT) rmdir(kReportPath);
+}
+
+// A private temporary directory, removed with everything below it. rm copes with trees whose paths are
+// longer than PATH_MAX, which a hand-written removal by path would not.
+class Scratch {
+ public:
+  Scratch() {
+    char templ[] = "/tmp/vstat_fault_XXXXXX";
+    if (mkdtemp(templ)) path_ = templ;
+  }
+  ~Scratch() {
+    if (path_.empty()) return;
+    const char* argv[] = {"rm", "-rf", "--", path_.c_str(), nullptr};
+    pid_t pid;
+    if (posix_spawnp(&pid, "rm", nullptr, nullptr, const_cast<char**>(argv), environ) == 0) {
+      int status;
+      waitpid(pid, &status, 0);
+    }
+  }
+  Scratch(const Scratch&) = delete;
+  Scratch& operator=(const Scratch&) = delete;
+
+  bool ok() const { return !path_.empty(); }
+  const std::string& path() const { return path_; }
+  // The mail root below the store directory.
+  std::string mail() const { return path_ + "/mail"; }
+
+  // Creates store/mail/domain/mailbox/#msgs and returns the mailbox directory.
+  std::string mailbox(const std::string& domain, const std::string& name) const {
+    makeDir(mail());
+    makeDir(mail() + "/" + domain);
+    const std::string dir = mail() + "/" + domain + "/" + name;
+    makeDir(dir);
+    makeDir(dir + "/#msgs");
+    return dir;
+  }
+
+ private:
+  std::string path_;
+};
+
+// One vstatserver child running one statistics job. Local debug lines (where the walk's error lines go)
+// are written to a file in the scratch directory.
+class Job {
+ public:
+  explicit Job(const Scratch& scratch) : debugPath_(scratch.path() + "/debug.log") {}
+
+  // Starts the server and the job on `storeDir`; true once the server answered "started".
+  bool start(const std::string& storeDir) {
+    setenv("VSTAT_DEBUG", debugPath_.c_str(), 1);
+    const bool started = server_.start(kServer);
+    unsetenv("VSTAT_DEBUG");
+    if (!started) {
+      ADD_FAILURE() << server_.lastError();
+      return false;
+    }
+    vstat::ProcessStoreReqBuffT request = {};
+    strncpy(request.storeDir, storeDir.c_str(), sizeof request.storeDir - 1);
+    strcpy(request.productVersion, "9.1");
+    strcpy(request.osName, "Linux");
+    char wire[vstat::kProcessStoreReqWireSize];
+    vstat::encodeProcessStoreRequest(request, wire);
+    const uint32_t seq = server_.sendRequest(vstat::ProcessStore, wire, sizeof wire, kAnswerMs);
+    MsgPtr answer;
+    if (seq == 0 || server_.waitForAnswer(vstat::ProcessStoreResp, seq, answer, kAnswerMs) != ServerProcess::kOk) {
+      ADD_FAILURE() << "no answer to ProcessStore: " << server_.lastError();
+      return false;
+    }
+    if (answer->type != vstat::ProcessStoreResp || vcom::getU32(answer->payload()) != 1) {
+      ADD_FAILURE() << "job not started (answer type " << answer->type << ")";
+      return false;
+    }
+    return true;
+  }
+
+  // The next progress event; false at the end of the server's output or after timeoutMs.
+  bool nextEvent(vstat::EventBuffT& event, long timeoutMs) {
+    for (;;) {
+      MsgPtr msg;
+      if (server_.receive(msg, timeoutMs) != ServerProcess::kOk) return false;
+      if (msg->type == vstat::ProgressAsync) {
+        return vstat::decodeEvent(msg->payload(), msg->payloadSize(), event);
+      }
+    }
+  }
+
+  // Reads events up to the final one (run 0); false when the output ended or time ran out before it.
+  bool finalEvent(vstat::EventBuffT& event) {
+    while (nextEvent(event, kJobMs)) {
+      if (event.run == 0) return true;
+    }
+    return false;
+  }
+
+  // Waits for the first event inside a mailbox, when the walk is under way.
+  bool walkUnderWay() {
+    vstat::EventBuffT event;
+    while (nextEvent(event, kJobMs)) {
+      if (event.run == 1 && event.mbox[0] != '\0') return true;
+    }
+    return false;
+  }
+
+  // Reads and drops what the server still sends, as a parent that keeps reading would, until it
+  // closes its output or `ms` have passed.
+  void drainFor(long ms) {
+    MsgPtr msg;
+    for (;;) {
+      const ServerProcess::Result r = server_.receive(msg, ms);
+      if (r != ServerProcess::kOk) return;
+    }
+  }
+
+  // The child's end: it must exit by itself with status 0 within timeoutMs.
+  void expectCleanExit(long timeoutMs) {
+    vcom::ChildExit how;
+    ASSERT_TRUE(server_.waitExit(timeoutMs, &how)) << "the server did not end within " << timeoutMs << " ms";
+    EXPECT_FALSE(how.signaled) << "killed by signal " << how.signal;
+    EXPECT_TRUE(how.exited);
+    EXPECT_EQ(how.code, 0);
+  }
+
+  std::string debugLines() const { return readFile(debugPath_); }
+  ServerProcess& server() { return server_; }
+
+ private:
+  std::string debugPath_;
+  ServerProcess server_;
+};
+
+class Fault : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_TRUE(scratch.ok()) << "cannot create a temporary directory: " << strerror(errno);
+    clearReportPath();
+  }
+  void TearDown() override { clearReportPath(); }
+
+  // A store whose full walk takes far longer than kPromptExitMs: many mailboxes, each with many links
+  // to one large message, so a progress event (and with it a write to the parent) comes often.
+  void buildSlowStore(int mailboxes, int messagesPerMailbox) {
+    const std::string original = scratch.path() + "/large.eml";
+    writeFile(original, largeMessage(512 * 1024));
+    for (int m = 0; m < mailboxes; ++m) {
+      const std::string msgs = scratch.mailbox("slow.example.com", "user" + std::to_string(m)) + "/#msgs/";
+      for (int i = 0; i < messagesPerMailbox; ++i) {
+        const std::string name = msgs + std::to_string(i) + ".eml";
+        ASSERT_EQ(0, link(original.c_str(), name.c_str())) << name << ": " << strerror(errno);
+      }
+    }
+  }
+
+  Scratch scratch;
+};
+
+// The parent ends the conversation in the middle of a walk in each of the ways it can: the server
+// must stop the walk and end on its own, never by SIGPIPE or a crash while its threads unwind.
+TEST_F(Fault, ParentGoingAwayMidJobEndsTheServerPromptly) {
+  buildSlowStore(40, 100);
+  enum Close { WriteEnd, ReadEnd, BothEnds };
+  for (Close close : {WriteEnd, ReadEnd, BothEnds}) {
+    SCOPED_TRACE(close == WriteEnd ? "write end closed" : close == ReadEnd ? "read end closed" : "both closed");
+    Job job(scratch);
+    ASSERT_TRUE(job.start(scratch.path()));
+    ASSERT_TRUE(job.walkUnderWay());
+    if (close != ReadEnd) job.server().closeWriteEnd();
+    if (close != WriteEnd) job.server().closeReadEnd();
+    if (close == WriteEnd) job.drainFor(kPromptExitMs);
+    job.expectCleanExit(kPromptExitMs);
+  }
+}
+
+// Files disappear, shrink, grow empty or turn into other kinds of entries while the walk reads them;
+// FIFOs named like messages must not block it. The job still runs to its end and writes its report.
+TEST_F(Fault, MessagesVanishingOrShrinkingDuringTheWalkDoNotStopTheJob) {
+  const std::string body = largeMessage(32 * 1024);
+  std::vector<std::string> files;
+  for (int m = 0; m < 4; ++m) {
+    const std::string msgs = scratch.mailbox("busy.example.com", "user" + std::to_string(m)) + "/#msgs/";
+    for (int i = 0; i < 250; ++i) {
+      files.push_back(msgs + std::to_string(i) + ".eml");
+      writeFile(files.back(), body);
+    }
+    ASSERT_EQ(0, mkfifo((msgs + "fifo.eml").c_str(), 0600));
+    ASSERT_EQ(0, symlink((msgs + "fifo.eml").c_str(), (msgs + "link-to-fifo.eml").c_str()));
+  }
+
+  Job job(scratch);
+  ASSERT_TRUE(job.start(scratch.path()));
+  std::atomic<bool> jobEnded(false);
+  std::thread mutator([&] {
+    for (size_t round = 0; !jobEnded; ++round) {
+      for (size_t i = 0; i < files.size() && !jobEnded; ++i) {
+        const std::string& path = files[i];
+        switch ((i + round) % 4) {
+          case 0:
+            unlink(path.c_str());
+            break;
+          case 1:
+            truncate(path.c_str(), static_cast<off_t>(body.size() / 3));
+            break;
+          case 2:
+            truncate(path.c_str(), 0);
+            break;
+          default:
+            // Back again, so later rounds find files to remove and cut.
+            writeFile(path, body);
+            break;
+        }
+      }
+    }
+  });
+  vstat::EventBuffT final;
+  const bool finished = job.finalEvent(final);
+  jobEnded = true;
+  mutator.join();
+  ASSERT_TRUE(finished) << "no final progress event";
+  EXPECT_EQ(final.done, 1u);
+  EXPECT_EQ(final.processed, 4u);
+  job.expectCleanExit(kAnswerMs);
+}
+
+// 1500 nested folders: the paths of the deepest ones are longer than PATH_MAX. The walk must neither
+// exhaust its stack or its descriptors nor give up on the rest of the store.
+TEST_F(Fault, FolderTreeDeeperThanAThousandLevelsIsWalkedToTheEnd) {
+  const std::string top = scratch.mailbox("deep.example.com", "diver");
+  writeFile(top + "/#msgs/1.eml", kSmallMessage);
+  int fd = open(top.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+  ASSERT_GE(fd, 0);
+  for (int level = 0; level < 1500; ++level) {
+    ASSERT_EQ(0, mkdirat(fd, "dd", 0700)) << "level " << level << ": " << strerror(errno);
+    const int next = openat(fd, "dd", O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+    close(fd);
+    ASSERT_GE(next, 0) << "level " << level;
+    fd = next;
+  }
+  close(fd);
+  // A second mailbox after the deep one shows the walk went on.
+  writeFile(scratch.mailbox("deep.example.com", "other") + "/#msgs/1.eml", kSmallMessage);
+
+  Job job(scratch);
+  ASSERT_TRUE(job.start(scratch.path()));
+  vstat::EventBuffT final;
+  ASSERT_TRUE(job.finalEvent(final)) << "no final progress event";
+  EXPECT_EQ(final.done, 1u);
+  EXPECT_EQ(final.processed, 2u);
+  EXPECT_EQ(final.mailboxes, 2u);
+  job.expectCleanExit(kAnswerMs);
+}
+
+// 100,000 message entries in one folder: hard links, which are quick to make, to a few files (a file
+// takes at most 65,000 links on ext4).
+TEST_F(Fault, HundredThousandEntriesInOneFolderAreAllCounted) {
+  const std::string msgs = scratch.mailbox("big.example.com", "hoarder") + "/#msgs/";
+  const int kFiles = 4;
+  for (int f = 0; f < kFiles; ++f) writeFile(scratch.path() + "/" + std::to_string(f) + ".eml", kSmallMessage);
+  for (int i = 0; i < 100000; ++i) {
+    const std::string original = scratch.path() + "/" + std::to_string(i % kFiles) + ".eml";
+    const std::string name = msgs + std::to_string(i) + ".eml";
+    ASSERT_EQ(0, link(original.c_str(), name.c_str())) << name << ": " << strerror(errno);
+  }
+
+  Job job(scratch);
+  ASSERT_TRUE(job.start(scratch.path()));
+  vstat::EventBuffT final;
+  ASSERT_TRUE(job.finalEvent(final)) << "no final progress event";
+  EXPECT_EQ(final.done, 1u);
+  EXPECT_EQ(final.processed, 1u);
+  job.expectCleanExit(kAnswerMs);
+  // Every message went into the statistic: the message count shows up in the report.
+  EXPECT_NE(readFile(kReportPath).find("<value>100000</value>"), std::string::npos);
+}
+
+// A directory where the report belongs: the job says so in an error line, sends its final event with
+// report-written 0 and still ends normally.
+TEST_F(Fault, ReportPathBlockedByADirectoryIsReportedAndTheJobEnds) {
+  writeFile(scratch.mailbox("a.example.com", "john") + "/#msgs/1.eml", kSmallMessage);
+  ASSERT_EQ(0, mkdir(kReportPath, 0700)) << strerror(errno);
+
+  Job job(scratch);
+  ASSERT_TRUE(job.start(scratch.path()));
+  vstat::EventBuffT final;
+  ASSERT_TRUE(job.finalEvent(final)) << "no final progress event";
+  EXPECT_EQ(final.done, 0u);
+  EXPECT_EQ(final.run, 0u);
+  job.expectCleanExit(kAnswerMs);
+  struct stat info;
+  ASSERT_EQ(0, lstat(kReportPath, &info));
+  EXPECT_TRUE(S_ISDIR(info.st_mode)) << "the blocking directory was touched";
+  const std::string lines = job.debugLines();
+  EXPECT_NE(lines.find("Open report file /tmp/VStatReport.xml failed.\n"), std::string::npos) << lines;
+}
+
+// A symbolic link planted at the report path is replaced by the report; the file it pointed to is
+// left as it was.
+TEST_F(Fault, SymbolicLinkAtTheReportPathIsReplacedNotFollowed) {
+  writeFile(scratch.mailbox("a.example.com", "john") + "/#msgs/1.eml", kSmallMessage);
+  const std::string target = scratch.path() + "/precious";
+  writeFile(target, "keep me\n");
+  ASSERT_EQ(0, symlink(target.c_str(), kReportPath)) << strerror(errno);
+
+  Job job(scratch);
+  ASSERT_TRUE(job.start(scratch.path()));
+  vstat::EventBuffT final;
+  ASSERT_TRUE(job.finalEvent(final)) << "no final progress event";
+  EXPECT_EQ(final.done, 1u);
+  job.expectCleanExit(kAnswerMs);
+  struct stat info;
+  ASSERT_EQ(0, lstat(kReportPath, &info));
+  EXPECT_TRUE(S_ISREG(info.st_mode)) << "the report path is not a regular file";
+  EXPECT_EQ(readFile(target), "keep me\n");
+  EXPECT_NE(readFile(kReportPath).find("vlsStoreStatistic"), std::string::npos);
+}
+
+}  // namespace
