@@ -1,12 +1,11 @@
 #include "mime/mail_struct.h"
 
-#include <strings.h>
-
 #include <cctype>
 #include <cstring>
 #include <memory>
 
 #include "mime/mime_get_line.h"
+#include "mime/mime_text.h"
 #include "mime/parse_status.h"
 #include "mime/parse_uuencoded.h"
 #include "utils/vstream.h"
@@ -16,12 +15,11 @@ namespace mime {
 
 namespace {
 
-bool equals_nocase(const char* a, const char* b) { return a != nullptr && strcasecmp(a, b) == 0; }
-
-size_t token_length(const char* value, const char* stops) {
+// Length of the leading token of a header value: up to white space, or also ';' when `stop_at_semicolon`.
+size_t token_length(const char* value, bool stop_at_semicolon) {
   size_t len = 0;
   while (value[len] != '\0' && !std::isspace(static_cast<unsigned char>(value[len])) &&
-         std::strchr(stops, value[len]) == nullptr) {
+         !(stop_at_semicolon && value[len] == ';')) {
     ++len;
   }
   return len;
@@ -48,9 +46,9 @@ void mail_struct::process_header(char* line) {
   if (value == nullptr) return;
   const char* name = line;
   if (equals_nocase(name, "Content-Transfer-Encoding")) {
-    encoding.assign(value, token_length(value, ""));
+    encoding.assign(value, token_length(value, false));
   } else if (equals_nocase(name, "Content-Disposition")) {
-    disposition.assign(value, token_length(value, ";"));
+    disposition.assign(value, token_length(value, true));
     disposition_params.clear();
     disposition_params.parse(value);
   } else if (equals_nocase(name, "Content-Description")) {

@@ -1,25 +1,18 @@
 #include "mime/mail_struct_envelope.h"
 
-#include <strings.h>
-
 #include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <string>
 
 #include "mime/mime_get_line.h"
+#include "mime/mime_text.h"
 #include "mime/parse_status.h"
 
 namespace vorlane {
 namespace mime {
 
 namespace {
-
-bool starts_with_nocase(const char* text, const char* prefix) {
-  return text != nullptr && strncasecmp(text, prefix, std::strlen(prefix)) == 0;
-}
-
-bool equals_nocase(const char* a, const char* b) { return a != nullptr && strcasecmp(a, b) == 0; }
 
 // Comments in parentheses (nested, with backslash quoting) carry no date information and vary between
 // mailers; dropping them makes dates comparable. Trailing blanks left behind are trimmed.
@@ -169,7 +162,7 @@ int mail_struct_envelope::find_attachments(utils::VFileStream* stream, parse_sta
         }
         continue;
       }
-    } else if (part.has_attachment != 0 || (type != nullptr && strcasecmp(type, "text") != 0)) {
+    } else if (part.has_attachment != 0 || (type != nullptr && !equals_nocase(type, "text"))) {
       // A part without Content-Type is text/plain by default and no attachment.
       has_attachment = 1;
       break;

@@ -1,12 +1,11 @@
 #include "mime/parse_uuencoded.h"
 
-#include <strings.h>
-
 #include <cctype>
 #include <cstring>
 
 #include "mime/mail_struct.h"
 #include "mime/mime_get_line.h"
+#include "mime/mime_text.h"
 #include "mime/parse_status.h"
 
 namespace vorlane {
@@ -22,7 +21,7 @@ bool is_space(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0;
 // "begin", white space, optional further white space, then the first digit of the file mode. The scan
 // stays inside one line buffer.
 bool is_begin_line(const char* line, size_t len) {
-  if (len < 6 || strncasecmp(line, "begin", 5) != 0 || !is_space(line[5])) return false;
+  if (len < 6 || !starts_with_nocase(line, "begin") || !is_space(line[5])) return false;
   const size_t limit = len < MIME_LINE_MAX ? len : MIME_LINE_MAX;
   size_t i = 6;
   while (i < limit && is_space(line[i])) ++i;
@@ -61,8 +60,8 @@ bool starts_uuencode_watch(const mail_struct* part) {
   if (part->is("text", "plain")) return true;
   const char* encoding = part->encoding.get();
   if (encoding == nullptr) return false;
-  if (strncasecmp(encoding, "x-", 2) == 0) encoding += 2;
-  return strncasecmp(encoding, "uue", 3) == 0;
+  if (starts_with_nocase(encoding, "x-")) encoding += 2;
+  return starts_with_nocase(encoding, "uue");
 }
 
 }  // namespace
@@ -70,15 +69,17 @@ bool starts_uuencode_watch(const mail_struct* part) {
 void parse_uuencoded(mail_struct* part, utils::VFileStream* stream, parse_status* status) {
   int state = starts_uuencode_watch(part) ? UU_WATCHING : UU_OFF;
   bool last_line_empty = false;
+  size_t term_len = 0;
+  // Counted locally and added once: the line loop is the hottest path of a store scan.
+  uint32_t bytes = 0;
+  uint32_t lines = 0;
   while (mime_get_line(stream, status, nullptr)) {
     const char* line = status->line;
     const size_t len = status->line_len;
-    ++part->body_lines;
-    ++part->total_lines;
-    part->body_bytes += static_cast<uint32_t>(len);
-    part->total_bytes += static_cast<uint32_t>(len);
-    status->trailing_term_len = terminator_length(line, len);
-    last_line_empty = len == status->trailing_term_len;
+    ++lines;
+    bytes += static_cast<uint32_t>(len);
+    term_len = terminator_length(line, len);
+    last_line_empty = len == term_len;
 
     switch (state) {
       case UU_WATCHING:
@@ -97,15 +98,17 @@ void parse_uuencoded(mail_struct* part, utils::VFileStream* stream, parse_status
   }
 
   if (status->boundary_hit == 0) {
-    status->trailing_term_len = 0;
+    term_len = 0;
   } else {
-    part->body_bytes -= static_cast<uint32_t>(status->trailing_term_len);
-    part->total_bytes -= static_cast<uint32_t>(status->trailing_term_len);
-    if (last_line_empty) {
-      --part->body_lines;
-      --part->total_lines;
-    }
+    // The line end of the last body line belongs to the boundary line; an empty last line goes with it.
+    bytes -= static_cast<uint32_t>(term_len);
+    if (last_line_empty) --lines;
   }
+  status->trailing_term_len = term_len;
+  part->body_bytes += bytes;
+  part->total_bytes += bytes;
+  part->body_lines += lines;
+  part->total_lines += lines;
   if (state == UU_DONE) part->uuencoded = 1;
 }
 
