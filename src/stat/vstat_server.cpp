@@ -1,5 +1,10 @@
 #include "stat/vstat_server.h"
 
+#include <unistd.h>
+
+#include "stat/store_target.h"
+#include "tiny/thread.h"
+#include "vcom/message_types.h"
 #include "vcom/msg.h"
 
 using vorlane::vcom::Msg;
@@ -41,6 +46,79 @@ void VStatServer::sendErrMsg(const std::string& text) {
   dbgPrint("%s%s", text.c_str(), hasEnd ? "" : "\n");
 }
 
-int VStatServer::processStore(Msg*) { return -1; }
+namespace {
 
-int VStatServer::stopProcessing(Msg*) { return -1; }
+// How long the ending job waits for its last events to reach the pipe before the process ends anyway
+// (a parent that stopped reading must not keep the process alive).
+const long kFinalSendTimeoutMs = 5000;
+
+}  // namespace
+
+int VStatServer::processStore(Msg* req) {
+  if (!req) return 0;
+  vorlane::vstat::ProcessStoreReqBuffT received;
+  // A payload too short to hold a request, or one without a store directory, is refused; the -1 that
+  // follows makes the dispatcher add its "Unknown request" answer, which parents have always received.
+  if (!vorlane::vstat::decodeProcessStoreRequest(req->payload(), req->payloadSize(), received) ||
+      received.storeDir[0] == '\0') {
+    sendGenericResponse(req, vorlane::vcom::kRespInvalidPayload, "Invalid request payload");
+    return -1;
+  }
+
+  uint32_t started = 1;
+  {
+    vorlane::tiny::VMutexGuard guard(&jobMutex);
+    stopRequested = false;
+    if (counterThreadHandle != 0) {
+      started = 0;  // one job at a time; the running one is left alone
+    } else {
+      request = received;
+      if (!vorlane::tiny::createThread(counterThread, this, &counterThreadHandle,
+                                       vorlane::tiny::defaultThreadAttributes)) {
+        started = 0;
+      }
+    }
+  }
+  queueStatResponse(req, vorlane::vstat::ProcessStoreResp, started);
+  dbgPrint("Message ProcessStoreResp sent\n");
+  delete req;
+  return 0;
+}
+
+int VStatServer::stopProcessing(Msg* req) {
+  if (!req) return 0;
+  {
+    vorlane::tiny::VMutexGuard guard(&jobMutex);
+    stopRequested = true;
+    if (counterThreadHandle != 0) {
+      vorlane::tiny::waitForThread(counterThreadHandle);
+      counterThreadHandle = 0;
+    }
+  }
+  queueStatResponse(req, vorlane::vstat::StopProcessingResp, 0);
+  dbgPrint("Processing stopped\n");
+  delete req;
+  return 0;
+}
+
+void VStatServer::queueStatResponse(const Msg* req, uint32_t type, uint32_t value) {
+  Msg* resp = Msg::create(vorlane::vstat::kStatRespSize, type, req->seq);
+  if (!resp) return;
+  vorlane::vcom::putU32(resp->payload(), value);
+  sendResponse(resp);
+}
+
+void VStatServer::counterThread(void* serverArg) {
+  VStatServer* server = static_cast<VStatServer*>(serverArg);
+  {
+    StoreTarget target(server);
+    target.setRoot(std::string(server->request.storeDir) + "/mail");
+    target.setRequest(server->request);
+    target.countStatistic();
+  }
+  // One process serves one run. The last events must reach the parent before the process ends; the
+  // other threads are still running, so the process ends without running static destructors under them.
+  server->waitUntilSent(kFinalSendTimeoutMs);
+  std::fflush(nullptr);
+  ::_exit(0);
+}

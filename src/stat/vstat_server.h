@@ -2,22 +2,27 @@
 // statistics requests, ProcessStore (15) and StopProcessing (17), to the built-in ones. It sends the
 // progress events of a job (ProgressAsync, 14) and takes the local error texts of the store walk.
 //
-// Threads: handleMessage runs on the dispatcher's receive thread; sendProgressMsg and sendErrMsg are
-// called from the job's counter thread and only queue (any thread may call them).
+// One job per process: ProcessStore starts the counter thread, which walks the store (StoreTarget),
+// writes the report, waits until its last events are written and ends the whole process with status 0.
+// The parent starts a new child for every run. StopProcessing sets the stop flag and waits for the
+// walk to unwind; the walk still writes the report of what it counted.
 //
-// The job: processStore / stopProcessing / counterThread and the job state (the stop flag the walk
-// reads without a lock, the copied request, the job mutex and the counter thread handle) belong in the
-// "job" sections marked below. Until the job lands, the two requests are not handled (-1), so the
-// dispatcher answers them with "Unknown request" (code 5).
+// Threads: handleMessage (and so processStore and stopProcessing) runs on the dispatcher's receive
+// thread; sendProgressMsg and sendErrMsg are called from the counter thread and only queue. The job
+// mutex guards the counter thread handle and orders the two requests; the walk reads the stop flag
+// (an atomic) without it, because stopProcessing holds the mutex while it waits for the walk to end.
 #pragma once
 
+#include <atomic>
 #include <cstdio>
 #include <string>
 
+#include "stat/job_channel.h"
 #include "stat/vstat_messages.h"
+#include "tiny/vmutex.h"
 #include "vcom/server_dispatcher.h"
 
-class VStatServer : public vorlane::vcom::ServerDispatcher {
+class VStatServer : public vorlane::vcom::ServerDispatcher, public JobChannel {
  public:
   static const unsigned kProtocolVersion = 301;
 
@@ -31,13 +36,20 @@ class VStatServer : public vorlane::vcom::ServerDispatcher {
   int handleMessage(vorlane::vcom::Msg* msg) override;
 
   // Queues one ProgressAsync event (size 1056, seq 0) with ev's fields in wire form; returns 0.
-  int sendProgressMsg(vorlane::vstat::EventBuffT& ev);
+  int sendProgressMsg(vorlane::vstat::EventBuffT& ev) override;
   // Writes text as a local debug line; nothing goes to the client.
-  void sendErrMsg(const std::string& text);
+  void sendErrMsg(const std::string& text) override;
+  bool isStopRequested() const override { return stopRequested; }
 
  private:
-  // --- job: request handlers. Same ownership rule as handleMessage: 0 = the message was taken. ---
+  // Request handlers, with handleMessage's ownership rule: 0 = the message was taken and freed.
   int processStore(vorlane::vcom::Msg* req);
   int stopProcessing(vorlane::vcom::Msg* req);
-  // --- job: state (stop flag, current request, job mutex, counter thread handle) goes here. ---
+  static void counterThread(void* server);
+  void queueStatResponse(const vorlane::vcom::Msg* req, uint32_t type, uint32_t value);
+
+  std::atomic<bool> stopRequested{false};
+  vorlane::vstat::ProcessStoreReqBuffT request{};  // written only before the counter thread starts
+  vorlane::tiny::VMutex jobMutex;
+  unsigned long counterThreadHandle = 0;  // 0 = no job thread
 };

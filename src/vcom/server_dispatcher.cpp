@@ -8,6 +8,7 @@
 #include <string>
 
 #include "tiny/thread.h"
+#include "tiny/time_utils.h"
 #include "vcom/debug_line.h"
 
 namespace vorlane {
@@ -124,6 +125,7 @@ void ServerDispatcher::stopSendThread() {
     tiny::VMutexGuard guard(contextMutex_);
     stopSend_ = true;
     sendEvent_.signal();
+    sentEvent_.signal();
   }
   tiny::waitForThread(sendThread_);
   sendThread_ = 0;
@@ -154,6 +156,21 @@ void ServerDispatcher::dropSendQueue() {
   for (Msg* msg : messageQueue_) delete msg;
   messageQueue_.clear();
   queueDrainedEvent_.signal();
+  sentEvent_.signal();
+}
+
+bool ServerDispatcher::waitUntilSent(long timeoutMs) {
+  const uint64_t deadline = tiny::getMs64() + static_cast<uint64_t>(timeoutMs);
+  for (;;) {
+    {
+      tiny::VMutexGuard guard(contextMutex_);
+      if (stopSend_ || (messageQueue_.empty() && contextQueue_.empty() && !writing_)) return true;
+    }
+    const uint64_t now = tiny::getMs64();
+    if (now >= deadline) return false;
+    // The event may be stale or wake spuriously; the state is checked again under the mutex.
+    sentEvent_.timedwait(static_cast<long>(deadline - now));
+  }
 }
 
 int ServerDispatcher::sendResponse(Msg* msg) {
@@ -215,6 +232,7 @@ Msg* ServerDispatcher::popFromSendQ() {
       contextQueue_.pop_front();
       msg = done->checkOutResponse();
     }
+    writing_ = msg != nullptr;
   }
   // The context's destructor takes the mutex itself (removeContext).
   delete done;
@@ -232,16 +250,20 @@ void ServerDispatcher::sendLoop() {
   while (!stopSend_) {
     Msg* msg = popFromSendQ();
     if (!msg) continue;
-    if (pipe_.sendMsg(msg, err) != 0) {
+    const bool sent = pipe_.sendMsg(msg, err) == 0;
+    delete msg;
+    if (!sent) {
       {
         tiny::VMutexGuard guard(contextMutex_);
         stopSend_ = true;
+        writing_ = false;
       }
       dropSendQueue();
-      delete msg;
       break;
     }
-    delete msg;
+    tiny::VMutexGuard guard(contextMutex_);
+    writing_ = false;
+    if (messageQueue_.empty() && contextQueue_.empty()) sentEvent_.signal();
   }
   signalFinished(sendEnded_);
 }

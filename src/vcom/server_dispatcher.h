@@ -64,6 +64,9 @@ class ServerDispatcher : private boost::noncopyable {
 
   // Queues a message; the dispatcher owns it from now on (deleted at once once sending has stopped).
   int sendResponse(Msg* msg);
+  // Blocks until everything queued so far has been written (or sending has stopped), at most timeoutMs.
+  // For a thread that is about to end the process and must not lose its last messages.
+  bool waitUntilSent(long timeoutMs);
   // Queues a context whose response is ready; the send thread deletes the context.
   int sendResponse(RequestContext* ctx);
   // Queues a GenericResp with req's sequence number; text is cut to 255 characters. Null req: nothing.
@@ -122,6 +125,8 @@ class ServerDispatcher : private boost::noncopyable {
   tiny::VEvent queueDrainedEvent_;
   tiny::VEvent reqSetEmptyEvent_;
   tiny::VEvent finishedEvent_;
+  tiny::VEvent sentEvent_;  // the queues ran empty and nothing is being written, or sending stopped
+  bool writing_ = false;    // the send thread holds a message it has not finished writing (under the mutex)
   std::atomic<bool> stopRecv_;
   std::atomic<bool> stopSend_;
   UnixMsgPipe pipe_;
