@@ -114,12 +114,13 @@ struct ScanOptions {
   std::string osName;
   unsigned long osCode = kDefaultOsCode;
   bool verbose = false;
+  bool histograms = true;
 };
 
 void printScanUsage(FILE* out) {
   std::fprintf(out,
                "usage: vstat scan STORE_DIR [--server PATH] [--report FILE] [--product-version V]\n"
-               "                  [--build N] [--os-name S] [--os-code N] [--verbose]\n"
+               "                  [--build N] [--os-name S] [--os-code N] [--verbose] [--no-histograms]\n"
                "Scans the message store under STORE_DIR/mail with vstatserver and prints a summary of its\n"
                "report (%s).\n"
                "  --server PATH          the server program (default: vstatserver next to vstat)\n"
@@ -129,6 +130,7 @@ void printScanUsage(FILE* out) {
                "  --os-name S            operating system name (default: uname system and release)\n"
                "  --os-code N            operating system code (default %lu)\n"
                "  --verbose              also show the server's debug log records\n"
+               "  --no-histograms        summary without the histogram bars\n"
                "Ctrl-C stops the scan and reports what was counted; a second Ctrl-C aborts at once.\n"
                "Exit status: 0 report written, 1 job failed or stopped, 2 usage error, 3 store missing,\n"
                "4 server program missing, 5 server died or hung, 6 report unreadable or not copied.\n",
@@ -164,6 +166,10 @@ int parseOptions(int argc, char** argv, ScanOptions& options, bool& helpShown) {
     }
     if (arg == "--verbose" || arg == "-v") {
       options.verbose = true;
+      continue;
+    }
+    if (arg == "--no-histograms") {
+      options.histograms = false;
       continue;
     }
     if (arg.size() < 2 || arg.compare(0, 2, "--") != 0) {
@@ -264,7 +270,9 @@ int checkReportTarget(ScanOptions& options) {
   if (options.reportCopy.empty()) return kExitReport;
   struct stat st;
   if (stat(options.reportCopy.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
-    options.reportCopy += std::string("/") + (std::strrchr(kReportPath, '/') + 1);
+    while (options.reportCopy.size() > 1 && options.reportCopy.back() == '/') options.reportCopy.pop_back();
+    if (options.reportCopy != "/") options.reportCopy += "/";
+    options.reportCopy += std::strrchr(kReportPath, '/') + 1;
   }
   const size_t slash = options.reportCopy.rfind('/');
   const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : options.reportCopy.substr(0, slash);
@@ -575,8 +583,10 @@ class ScanRun {
       std::fprintf(stderr, "vstat scan: %s\n", error.c_str());
       return kExitReportUnusable;
     }
+    SummaryOptions summary;
+    summary.showHistograms = options_.histograms;
     std::cout << "\n";
-    renderSummary(std::cout, report);
+    renderSummary(std::cout, report, summary);
     std::cout << "\nReport: " << kReportPath << "\n";
     if (!options_.reportCopy.empty()) {
       if (copyReport(kReportPath, options_.reportCopy, error)) {
