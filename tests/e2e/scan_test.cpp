@@ -1,0 +1,173 @@
+// The statistics job end to end: the real vstatserver, started as the mail server starts it, scans a
+// store written by the sample-store generator. The answers, the event stream and the report's totals
+// must agree with what the generator says it wrote.
+#include <stdlib.h>
+
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include <gtest/gtest.h>
+
+#include "mkstore/store_generator.h"
+#include "stat/vstat_messages.h"
+#include "vcom/server_process.h"
+
+using namespace vorlane;
+using vcom::MsgPtr;
+using vcom::ServerProcess;
+
+namespace {
+
+const char* const kServer = VSTAT_BIN_DIR "/vstatserver";
+const long kJobMs = 60000;
+
+class GeneratedStore {
+ public:
+  explicit GeneratedStore(uint64_t messages) {
+    char pattern[] = "/tmp/vstat-scan-XXXXXX";
+    dir_ = ::mkdtemp(pattern);
+    mkstore::StoreOptions options;
+    options.messages = messages;
+    options.seed = 7;
+    options.outDir = dir_;
+    options.force = true;
+    std::string error;
+    ok_ = mkstore::generateStore(options, manifest_, error);
+    EXPECT_TRUE(ok_) << error;
+  }
+  ~GeneratedStore() { std::system(("rm -rf '" + dir_ + "'").c_str()); }
+  const std::string& dir() const { return dir_; }
+  const mkstore::Manifest& manifest() const { return manifest_; }
+  bool ok() const { return ok_; }
+
+ private:
+  std::string dir_;
+  mkstore::Manifest manifest_;
+  bool ok_ = false;
+};
+
+uint32_t sendProcessStore(ServerProcess& server, const std::string& storeDir) {
+  vstat::ProcessStoreReqBuffT request{};
+  storeDir.copy(request.storeDir, sizeof request.storeDir - 1);
+  std::string("9.1.0").copy(request.productVersion, sizeof request.productVersion - 1);
+  request.build = 4711;
+  std::string("Linux").copy(request.osName, sizeof request.osName - 1);
+  request.osCode = 3;
+  char payload[vstat::kProcessStoreReqWireSize];
+  vstat::encodeProcessStoreRequest(request, payload);
+  return server.sendRequest(vstat::ProcessStore, payload, sizeof payload, 5000);
+}
+
+// The value of one counter of one collection in the report text.
+unsigned long long reportValue(const std::string& report, const std::string& collection,
+                               const std::string& counter, const std::string& field) {
+  size_t at = report.find("<collection name='" + collection + "'");
+  if (at == std::string::npos) return ~0ULL;
+  size_t end = report.find("</collection>", at);
+  size_t c = report.find("name='" + counter + "'>", at);
+  if (c == std::string::npos || c > end) return ~0ULL;
+  size_t v = report.find("<" + field + ">", c);
+  return std::stoull(report.substr(v + field.size() + 2));
+}
+
+TEST(Scan, JobOnAGeneratedStoreReportsWhatTheGeneratorWrote) {
+  GeneratedStore store(600);
+  ASSERT_TRUE(store.ok());
+  ServerProcess server;
+  ASSERT_TRUE(server.start(kServer)) << server.lastError();
+  uint32_t seq = sendProcessStore(server, store.dir());
+  ASSERT_NE(seq, 0u);
+
+  MsgPtr answer;
+  ASSERT_EQ(server.waitForAnswer(vstat::ProcessStoreResp, seq, answer, 5000), ServerProcess::kOk);
+  ASSERT_EQ(answer->type, vstat::ProcessStoreResp);
+  EXPECT_EQ(vcom::getU32(answer->payload()), 1u);
+
+  std::vector<vstat::EventBuffT> events;
+  for (;;) {
+    MsgPtr msg;
+    ServerProcess::Result r = server.receive(msg, kJobMs);
+    if (r != ServerProcess::kOk) break;
+    if (msg->type != vstat::ProgressAsync) continue;
+    vstat::EventBuffT event;
+    ASSERT_TRUE(vstat::decodeEvent(msg->payload(), msg->payloadSize(), event));
+    events.push_back(event);
+  }
+  vcom::ChildExit exit;
+  ASSERT_TRUE(server.waitExit(kJobMs, &exit));
+  EXPECT_TRUE(exit.exited && exit.code == 0) << "signal " << exit.signal;
+
+  ASSERT_FALSE(events.empty());
+  const mkstore::Manifest& m = store.manifest();
+  for (size_t i = 0; i + 1 < events.size(); ++i) {
+    EXPECT_EQ(events[i].run, 1u);
+    EXPECT_EQ(events[i].mailboxes, m.mailboxes);
+    if (i > 0) {
+      EXPECT_GE(events[i].processed, events[i - 1].processed);
+    }
+  }
+  EXPECT_EQ(events.back().run, 0u);
+  EXPECT_EQ(events.back().done, 1u);
+  EXPECT_EQ(events.back().processed, m.mailboxes);
+
+  std::ifstream in("/tmp/VStatReport.xml");
+  std::stringstream text;
+  text << in.rdbuf();
+  const std::string report = text.str();
+  EXPECT_NE(report.find("\t<productVersion>9.1.0</productVersion>\n\t<build>4711</build>\n"
+                        "\t<osName>Linux</osName>\n\t<osCode>3</osCode>\n"),
+            std::string::npos);
+  const char* any = "Any folder class - any folder type";
+  EXPECT_EQ(reportValue(report, any, "Message count", "value"), m.reportMessageCount());
+  EXPECT_EQ(reportValue(report, any, "Message size", "sum"), m.reportMessageBytes());
+  EXPECT_EQ(reportValue(report, any, "Folder count", "value"), m.folders);
+  EXPECT_EQ(reportValue(report, any, "Domain count", "value"), m.domains);
+  EXPECT_EQ(reportValue(report, "IPF.Contact - any folder type", "Distribution list count", "value"),
+            m.distributionLists);
+}
+
+TEST(Scan, EmptyStoreDirectoryIsAnsweredTwiceAndStartsNoJob) {
+  ServerProcess server;
+  ASSERT_TRUE(server.start(kServer)) << server.lastError();
+  uint32_t seq = sendProcessStore(server, "");
+  std::vector<int32_t> codes;
+  for (int i = 0; i < 2; ++i) {
+    MsgPtr answer;
+    ASSERT_EQ(server.waitForAnswer(vstat::ProcessStoreResp, seq, answer, 5000), ServerProcess::kOk);
+    ASSERT_EQ(answer->type, 0u);  // GenericResp
+    codes.push_back(static_cast<int32_t>(vcom::getU32(answer->payload() + 256)));
+  }
+  EXPECT_EQ(codes, (std::vector<int32_t>{2, 5}));
+  server.closeWriteEnd();
+  vcom::ChildExit exit;
+  ASSERT_TRUE(server.waitExit(5000, &exit));
+  EXPECT_TRUE(exit.exited && exit.code == 0);
+}
+
+TEST(Scan, StopProcessingEndsTheJobWhichStillReports) {
+  GeneratedStore store(3000);
+  ASSERT_TRUE(store.ok());
+  ServerProcess server;
+  ASSERT_TRUE(server.start(kServer)) << server.lastError();
+  uint32_t seq = sendProcessStore(server, store.dir());
+  MsgPtr answer;
+  ASSERT_EQ(server.waitForAnswer(vstat::ProcessStoreResp, seq, answer, 5000), ServerProcess::kOk);
+  ASSERT_NE(server.sendRequest(vstat::StopProcessing, nullptr, 0, 5000), 0u);
+
+  vstat::EventBuffT last{};
+  for (;;) {
+    MsgPtr msg;
+    if (server.receive(msg, kJobMs) != ServerProcess::kOk) break;
+    if (msg->type == vstat::ProgressAsync) vstat::decodeEvent(msg->payload(), msg->payloadSize(), last);
+  }
+  vcom::ChildExit exit;
+  ASSERT_TRUE(server.waitExit(kJobMs, &exit));
+  EXPECT_TRUE(exit.exited && exit.code == 0);
+  EXPECT_EQ(last.run, 0u);
+  EXPECT_EQ(last.done, 1u);
+}
+
+}  // namespace
