@@ -3,8 +3,9 @@
 // the same run, and reports the server's peak resident memory. Prints figures only; asserts nothing.
 //
 //   bench_scan [--runs R] [--work DIR] [MESSAGES ...]      (default: 5000 50000, 3 runs)
+//   bench_scan [--runs R] --store STORE_DIR                 (an existing store, e.g. one written by mkstore)
 //
-// The stores are written below DIR (default $TMPDIR or /tmp) and removed afterwards. The server is taken
+// Generated stores are written below DIR (default $TMPDIR or /tmp) and removed afterwards. The server is taken
 // from the directory of this program. The job writes /tmp/VStatReport.xml, whose totals are compared
 // with the generator's manifest as a plausibility check.
 #include <dirent.h>
@@ -109,6 +110,18 @@ ReadTotals plainRead(const std::vector<std::string>& messageDirs) {
   return totals;
 }
 
+// Peak resident size of a live process in KiB (VmHWM), or 0 when it cannot be read (for example once the
+// process has ended). ru_maxrss from wait4 is no substitute here: it also counts the pages the child
+// shared with this process between fork and exec, so it would report the benchmark's own size.
+long peakResidentKiB(pid_t pid) {
+  std::ifstream status("/proc/" + std::to_string(pid) + "/status");
+  std::string line;
+  while (std::getline(status, line)) {
+    if (line.compare(0, 6, "VmHWM:") == 0) return atol(line.c_str() + 6);
+  }
+  return 0;
+}
+
 struct JobResult {
   bool ok = false;
   std::string problem;
@@ -141,9 +154,14 @@ JobResult runJob(const std::string& server, const std::string& storeDir) {
   // The server ends itself after the job; its output closes then. Heartbeats do not count as progress:
   // two silent minutes without a progress event mean the job hangs.
   Clock::time_point lastProgress = Clock::now();
+  bool answered = false;
   for (;;) {
     vcom::MsgPtr msg;
     const vcom::ServerProcess::Result res = child.receive(msg, 1000);
+    // The high-water mark only rises, so the last reading before the process ends is its peak. Readings
+    // start with the first message: before it, the child may not have reached exec yet.
+    answered |= res == vcom::ServerProcess::kOk;
+    if (answered) r.peakKiB = std::max(r.peakKiB, peakResidentKiB(child.pid()));
     if (res == vcom::ServerProcess::kClosed) break;
     if (res == vcom::ServerProcess::kTimeout && secondsSince(lastProgress) < 120) continue;
     if (res != vcom::ServerProcess::kOk) {
@@ -169,7 +187,6 @@ JobResult runJob(const std::string& server, const std::string& storeDir) {
     return r;
   }
   r.seconds = secondsSince(start);
-  r.peakKiB = exit.usage.ru_maxrss;
   r.ok = r.problem.empty() && exit.exited && exit.code == 0;
   if (r.problem.empty() && !r.ok) r.problem = "the server ended abnormally";
   return r;
@@ -221,6 +238,43 @@ double median(std::vector<double> v) {
   return v.empty() ? 0 : v.size() % 2 ? v[v.size() / 2] : (v[v.size() / 2 - 1] + v[v.size() / 2]) / 2;
 }
 
+// Warms the page cache, then alternates jobs and plain reads `runs` times and prints the medians.
+void measure(const std::string& server, const std::string& storeDir, int runs,
+             const vorlane::mkstore::Manifest* manifest) {
+  std::vector<std::string> messageDirs;
+  collectMessageDirs(storeDir + "/mail", messageDirs);
+  const ReadTotals warm = plainRead(messageDirs);  // warms the page cache for both measurements
+
+  std::vector<double> jobTimes, readTimes, ratios, peaks;
+  JobResult last;
+  for (int r = 0; r < runs; ++r) {
+    last = runJob(server, storeDir);
+    if (!last.ok) break;
+    const Clock::time_point readStart = Clock::now();
+    plainRead(messageDirs);
+    const double readSeconds = secondsSince(readStart);
+    jobTimes.push_back(last.seconds);
+    readTimes.push_back(readSeconds);
+    ratios.push_back(last.seconds / readSeconds);
+    peaks.push_back(static_cast<double>(last.peakKiB));
+  }
+
+  printf("  message files       %" PRIu64 " (%.1f MB) read by the walk\n", warm.files,
+         static_cast<double>(warm.bytes) / 1e6);
+  if (!last.ok) {
+    printf("  job                 FAILED: %s\n", last.problem.c_str());
+    return;
+  }
+  const double job = median(jobTimes), read = median(readTimes);
+  printf("  job (request->exit) %.3f s   (%.1f MB/s, %.0f messages/s; %u progress events, report %s)\n", job,
+         static_cast<double>(warm.bytes) / 1e6 / job, static_cast<double>(warm.files) / job, last.events,
+         last.reportWritten ? "written" : "NOT written");
+  printf("  plain 4 KiB read    %.3f s   (%.1f MB/s)\n", read, static_cast<double>(warm.bytes) / 1e6 / read);
+  printf("  ratio job/read      %.2f     (median of per-run ratios; target <= 2)\n", median(ratios));
+  printf("  server peak memory  %.1f MiB (VmHWM of the server; target < 16 MiB)\n", median(peaks) / 1024.0);
+  if (manifest) checkReport(*manifest);
+}
+
 std::string programDir(const char* argv0) {
   char self[4096];
   const ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
@@ -236,15 +290,18 @@ int main(int argc, char** argv) {
   const char* tmp = getenv("TMPDIR");
   std::string work = tmp && *tmp ? tmp : "/tmp";
   std::vector<uint64_t> sizes;
+  std::string store;
   for (int i = 1; i < argc; ++i) {
     if (strcmp(argv[i], "--runs") == 0 && i + 1 < argc) {
       runs = std::max(1, atoi(argv[++i]));
+    } else if (strcmp(argv[i], "--store") == 0 && i + 1 < argc) {
+      store = argv[++i];
     } else if (strcmp(argv[i], "--work") == 0 && i + 1 < argc) {
       work = argv[++i];
     } else if (argv[i][0] != '-' && strtoull(argv[i], nullptr, 10) > 0) {
       sizes.push_back(strtoull(argv[i], nullptr, 10));
     } else {
-      fprintf(stderr, "usage: bench_scan [--runs R] [--work DIR] [MESSAGES ...]\n");
+      fprintf(stderr, "usage: bench_scan [--runs R] [--work DIR] [MESSAGES ...] | [--runs R] --store STORE_DIR\n");
       return 2;
     }
   }
@@ -256,6 +313,11 @@ int main(int argc, char** argv) {
   }
 
   printf("bench_scan: %d runs per store, medians reported; server %s\n", runs, server.c_str());
+  if (!store.empty()) {
+    printf("store %s\n", store.c_str());
+    measure(server, store, runs, nullptr);
+    return 0;
+  }
   for (uint64_t messages : sizes) {
     std::string dir = work + "/bench-scan-XXXXXX";
     if (!mkdtemp(&dir[0])) {
@@ -275,41 +337,10 @@ int main(int argc, char** argv) {
       return 1;
     }
     const double genSeconds = secondsSince(genStart);
-
-    std::vector<std::string> messageDirs;
-    collectMessageDirs(options.outDir + "/mail", messageDirs);
-    const ReadTotals warm = plainRead(messageDirs);  // warms the page cache for both measurements
-
-    std::vector<double> jobTimes, readTimes, ratios, peaks;
-    JobResult last;
-    for (int r = 0; r < runs; ++r) {
-      last = runJob(server, options.outDir);
-      if (!last.ok) break;
-      const Clock::time_point readStart = Clock::now();
-      plainRead(messageDirs);
-      const double readSeconds = secondsSince(readStart);
-      jobTimes.push_back(last.seconds);
-      readTimes.push_back(readSeconds);
-      ratios.push_back(last.seconds / readSeconds);
-      peaks.push_back(static_cast<double>(last.peakKiB));
-    }
-
-    printf("store of %" PRIu64 " messages: %" PRIu64 " message files, %.1f MB read by the walk, %.1f MB on disk\n",
-           messages, warm.files, static_cast<double>(warm.bytes) / 1e6, static_cast<double>(manifest.diskBytes) / 1e6);
+    printf("store of %" PRIu64 " messages (%.1f MB on disk)\n", messages, static_cast<double>(manifest.diskBytes) / 1e6);
     printf("  generation          %.2f s (%.1f MB/s)\n", genSeconds,
            static_cast<double>(manifest.diskBytes) / 1e6 / genSeconds);
-    if (!last.ok) {
-      printf("  job                 FAILED: %s\n", last.problem.c_str());
-    } else {
-      const double job = median(jobTimes), read = median(readTimes);
-      printf("  job (request->exit) %.3f s   (%.1f MB/s, %.0f messages/s; %u progress events, report %s)\n", job,
-             static_cast<double>(warm.bytes) / 1e6 / job, static_cast<double>(warm.files) / job, last.events,
-             last.reportWritten ? "written" : "NOT written");
-      printf("  plain 4 KiB read    %.3f s   (%.1f MB/s)\n", read, static_cast<double>(warm.bytes) / 1e6 / read);
-      printf("  ratio job/read      %.2f     (median of per-run ratios; target <= 2)\n", median(ratios));
-      printf("  server peak memory  %.1f MiB (VmHWM via ru_maxrss; target < 16 MiB)\n", median(peaks) / 1024.0);
-      checkReport(manifest);
-    }
+    measure(server, options.outDir, runs, &manifest);
     fflush(stdout);
     vorlane::mkstore::removeTree(dir, error);
   }
