@@ -129,6 +129,12 @@ JsonWriter& JsonWriter::value(long long number) {
   return *this;
 }
 
+JsonWriter& JsonWriter::value(unsigned long long number) {
+  beforeValue();
+  out_ << number;
+  return *this;
+}
+
 JsonWriter& JsonWriter::value(bool flag) {
   beforeValue();
   out_ << (flag ? "true" : "false");

@@ -25,6 +25,7 @@ class JsonWriter {
   JsonWriter& value(const char* text);  // null text writes null
   JsonWriter& value(const std::string& text) { return value(text.c_str()); }
   JsonWriter& value(long long number);
+  JsonWriter& value(unsigned long long number);
   JsonWriter& value(bool flag);
   JsonWriter& null();
 

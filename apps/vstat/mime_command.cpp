@@ -13,6 +13,7 @@
 #include "json_writer.h"
 #include "mime/mail_struct.h"
 #include "mime_tree_output.h"
+#include "stat/message_classification.h"
 #include "utils/vfile.h"
 
 namespace vorlane {
@@ -21,6 +22,25 @@ namespace cli {
 namespace {
 
 void printUsage(std::ostream& err) { err << "usage: vstat mime [--json] FILE...\n"; }
+
+// What the store scan would add to the statistic for this message (a message the parser rejects
+// counts with zero header and body sizes).
+void writeClassificationJson(JsonWriter& json, const MessageClassification& c) {
+  json.beginObject();
+  json.key("header").value(static_cast<unsigned long long>(c.headerSize));
+  json.key("plain").value(static_cast<unsigned long long>(c.plainTextSize));
+  json.key("html").value(static_cast<unsigned long long>(c.htmlSize));
+  json.key("rtf").value(static_cast<unsigned long long>(c.rtfSize));
+  json.key("signed").value(c.isSigned);
+  json.key("encrypted").value(c.isEncrypted);
+  json.endObject();
+}
+
+void writeClassificationText(std::ostream& out, const MessageClassification& c) {
+  out << "counted as: header " << c.headerSize << ", plain text " << c.plainTextSize << ", HTML " << c.htmlSize
+      << ", RTF " << c.rtfSize << ", signed " << (c.isSigned ? "yes" : "no") << ", encrypted "
+      << (c.isEncrypted ? "yes" : "no") << '\n';
+}
 
 // Parses one file and writes its tree; false (with a message on `err`) when the file cannot be read.
 bool showFile(const char* path, bool asJson, std::ostream& out, std::ostream& err) {
@@ -40,6 +60,7 @@ bool showFile(const char* path, bool asJson, std::ostream& out, std::ostream& er
   }
   std::unique_ptr<mime::mail_struct> tree(mime::mail_struct::parse(&file));
   file.close();
+  const MessageClassification classification = classifyMessage(tree.get());
 
   if (asJson) {
     JsonWriter json(out);
@@ -52,6 +73,8 @@ bool showFile(const char* path, bool asJson, std::ostream& out, std::ostream& er
     } else {
       json.null();
     }
+    json.key("classification");
+    writeClassificationJson(json, classification);
     json.endObject();
     out << '\n';
   } else {
@@ -61,6 +84,7 @@ bool showFile(const char* path, bool asJson, std::ostream& out, std::ostream& er
     } else {
       out << "not parsed: parts nested deeper than " << mime::MIME_MAX_DEPTH << " levels\n";
     }
+    writeClassificationText(out, classification);
   }
   return true;
 }

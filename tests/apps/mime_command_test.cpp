@@ -49,7 +49,8 @@ class MimeCommandTest : public ::testing::Test {
 };
 
 // Counts worked out by hand: header 42 bytes + empty line; preamble "--b\n" (4); the part's empty header
-// line (1) and "hi" without the LF that goes to the closing boundary (2); LF + "--b--\n" (7).
+// line (1) and "hi" without the LF that goes to the closing boundary (2); LF + "--b--\n" (7). The scan
+// counts the mixed message's first part, a plain text of 3 bytes, as its text body.
 TEST_F(MimeCommandTest, JsonOutputCarriesEveryCountOfEveryPart) {
   const std::string path = writeFile("m.eml", "Content-Type: multipart/mixed; boundary=b\n\n--b\n\nhi\n--b--\n");
   ASSERT_EQ(run({"--json", path}), 0);
@@ -59,7 +60,8 @@ TEST_F(MimeCommandTest, JsonOutputCarriesEveryCountOfEveryPart) {
                 "\"header_lines\":1,\"body_bytes\":14,\"body_lines\":4,\"total_bytes\":57,\"total_lines\":6,"
                 "\"uuencoded\":false,\"children\":[{\"type\":\"text\",\"subtype\":\"plain\",\"header_bytes\":0,"
                 "\"header_lines\":0,\"body_bytes\":2,\"body_lines\":1,\"total_bytes\":3,\"total_lines\":2,"
-                "\"uuencoded\":false,\"children\":[]}]}}\n");
+                "\"uuencoded\":false,\"children\":[]}]},\"classification\":{\"header\":42,\"plain\":3,"
+                "\"html\":0,\"rtf\":0,\"signed\":false,\"encrypted\":false}}\n");
 }
 
 TEST_F(MimeCommandTest, TextOutputIndentsChildrenUnderTheirPart) {
@@ -73,6 +75,10 @@ TEST_F(MimeCommandTest, TextOutputIndentsChildrenUnderTheirPart) {
   EXPECT_NE(text.find("\n  message/rfc822 header 29B/1L"), std::string::npos) << text;
   EXPECT_NE(text.find("\n    text/plain header 15B/1L body 21B/3L total 37B/5L uuencoded\n"), std::string::npos)
       << text;
+  // A forwarded message as the first part of a mixed one contributes no body.
+  EXPECT_NE(text.find("\ncounted as: header 46, plain text 0, HTML 0, RTF 0, signed no, encrypted no\n"),
+            std::string::npos)
+      << text;
 }
 
 TEST_F(MimeCommandTest, RejectedMessageIsReportedAsNotParsed) {
@@ -80,7 +86,9 @@ TEST_F(MimeCommandTest, RejectedMessageIsReportedAsNotParsed) {
   for (int i = 0; i < 201; ++i) deep += "Content-Type: message/rfc822\n\n";
   const std::string path = writeFile("deep.eml", deep);
   ASSERT_EQ(run({"--json", path}), 0);
-  EXPECT_EQ(out_.str(), "{\"file\":\"" + path + "\",\"parsed\":false,\"tree\":null}\n");
+  EXPECT_EQ(out_.str(), "{\"file\":\"" + path +
+                           "\",\"parsed\":false,\"tree\":null,\"classification\":{\"header\":0,\"plain\":0,"
+                           "\"html\":0,\"rtf\":0,\"signed\":false,\"encrypted\":false}}\n");
 }
 
 TEST_F(MimeCommandTest, UnreadableFilesAreNamedAndTheOthersStillShown) {
