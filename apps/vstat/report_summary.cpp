@@ -46,9 +46,14 @@ std::string countOrNa(const CounterSummary* c) { return c ? formatCount(c->count
 
 std::string sizeOrNa(const CounterSummary* c) { return c && c->hasSum ? formatSize(c->sum) : "n/a"; }
 
-std::string average(const CounterSummary& c) {
+// Sizes average to a size; counts (messages per folder, folders per user) to a number with one decimal.
+std::string average(const CounterSummary& c, bool bytes) {
   if (c.count == 0) return "-";
-  return formatSize(static_cast<unsigned long long>(static_cast<double>(c.sum) / static_cast<double>(c.count) + 0.5));
+  const double avg = static_cast<double>(c.sum) / static_cast<double>(c.count);
+  if (bytes) return formatSize(static_cast<unsigned long long>(avg + 0.5));
+  char text[32];
+  std::snprintf(text, sizeof text, "%.1f", avg);
+  return text;
 }
 
 // The number of folders a collection saw: every folder-class collection counts each matching folder in
@@ -127,7 +132,7 @@ void renderTable(std::ostream& out, const ReportSummary& report) {
 void renderHistogram(std::ostream& out, const CounterSummary& h, const SummaryOptions& options) {
   const bool bytes = isSizeCounter(h.name);
   out << "    " << h.name << ": " << formatCount(h.count) << " samples, avg "
-      << (bytes ? average(h) : (h.count ? std::to_string((h.sum + h.count / 2) / h.count) : "-")) << ", max "
+      << average(h, bytes) << ", max "
       << (bytes ? formatSize(h.max) : formatCount(h.max)) << "\n";
 
   // Leading and trailing empty buckets carry nothing; inner ones show the shape.
@@ -176,7 +181,7 @@ void renderCollection(std::ostream& out, const CollectionSummary& c, const Summa
     const CounterSummary* counter = c.find(name);
     if (!counter || counter->count == 0) continue;
     out << "    " << padRight(counter->name + ":", 22) << padLeft(formatCount(counter->count), 9) << " x avg "
-        << average(*counter) << "\n";
+        << average(*counter, true) << "\n";
   }
   for (const char* name : kMainHistograms) {
     const CounterSummary* counter = c.find(name);
