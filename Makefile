@@ -4,7 +4,10 @@ JOBS ?= 2
 SUDO := $(shell [ "$$(id -u)" -eq 0 ] || echo sudo)
 PACKAGES := g++ make cmake libgtest-dev libgmock-dev libboost-dev
 
-.PHONY: deps build test test-default test-asan test-tsan clean
+DEMO_MESSAGES ?= 3000
+DEMO_STORE := build/demo-store
+
+.PHONY: deps build demo test test-default test-asan test-tsan clean
 
 # Installs only what is missing; the package index is refreshed only when something must be installed.
 deps:
@@ -19,6 +22,14 @@ deps:
 build: deps
 	cmake --preset default
 	cmake --build --preset default -j$(JOBS)
+
+# Generates the bundled sample store once (deterministic: same messages and seed, same bytes) and
+# scans it the way the mail server does, ending with the summary of the report.
+demo: build
+	@if [ ! -d $(DEMO_STORE)/mail ]; then \
+	  build/default/bin/mkstore --messages $(DEMO_MESSAGES) --seed 1 --force $(DEMO_STORE); \
+	fi
+	build/default/bin/vstat scan $(DEMO_STORE)
 
 test: test-default test-asan test-tsan
 
