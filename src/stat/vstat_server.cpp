@@ -15,7 +15,12 @@ VStatServer::VStatServer(const char* cmdLine, FILE* debug) : ServerDispatcher(cm
   dbgPrint("VStatServer started\n");
 }
 
-VStatServer::~VStatServer() { dbgPrint("VStatServer stopped\n"); }
+VStatServer::~VStatServer() {
+  // The dispatcher also ends when the parent goes away, possibly in the middle of a job whose walk
+  // still uses this object: the job is stopped first. It then writes its report and ends the process.
+  stopJob();
+  dbgPrint("VStatServer stopped\n");
+}
 
 int VStatServer::handleMessage(Msg* msg) {
   if (!msg) return -1;
@@ -87,18 +92,20 @@ int VStatServer::processStore(Msg* req) {
 
 int VStatServer::stopProcessing(Msg* req) {
   if (!req) return 0;
-  {
-    vorlane::tiny::VMutexGuard guard(&jobMutex);
-    stopRequested = true;
-    if (counterThreadHandle != 0) {
-      vorlane::tiny::waitForThread(counterThreadHandle);
-      counterThreadHandle = 0;
-    }
-  }
+  stopJob();
   queueStatResponse(req, vorlane::vstat::StopProcessingResp, 0);
   dbgPrint("Processing stopped\n");
   delete req;
   return 0;
+}
+
+void VStatServer::stopJob() {
+  vorlane::tiny::VMutexGuard guard(&jobMutex);
+  stopRequested = true;
+  if (counterThreadHandle != 0) {
+    vorlane::tiny::waitForThread(counterThreadHandle);
+    counterThreadHandle = 0;
+  }
 }
 
 void VStatServer::queueStatResponse(const Msg* req, uint32_t type, uint32_t value) {

@@ -46,6 +46,8 @@ class VStatServer : public vorlane::vcom::ServerDispatcher, public JobChannel {
   int processStore(vorlane::vcom::Msg* req);
   int stopProcessing(vorlane::vcom::Msg* req);
   static void counterThread(void* server);
+  // Sets the stop flag and waits, under the job mutex, until a running walk has ended.
+  void stopJob();
   void queueStatResponse(const vorlane::vcom::Msg* req, uint32_t type, uint32_t value);
 
   std::atomic<bool> stopRequested{false};
