@@ -118,15 +118,26 @@ class Scratch {
 };
 
 // One vstatserver child running one statistics job. Local debug lines (where the walk's error lines go)
-// are written to a file in the scratch directory.
+// are written to a file in the scratch directory, and so is the child's standard error: a sanitizer
+// report from the child fails the test even when the child still manages to exit with status 0.
 class Job {
  public:
-  explicit Job(const Scratch& scratch) : debugPath_(scratch.path() + "/debug.log") {}
+  explicit Job(const Scratch& scratch)
+      : debugPath_(scratch.path() + "/debug.log"), stderrPath_(scratch.path() + "/stderr.log") {}
 
   // Starts the server and the job on `storeDir`; true once the server answered "started".
   bool start(const std::string& storeDir) {
     setenv("VSTAT_DEBUG", debugPath_.c_str(), 1);
+    const int savedStderr = dup(2);
+    const int childStderr = open(stderrPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
+    if (savedStderr < 0 || childStderr < 0 || dup2(childStderr, 2) < 0) {
+      ADD_FAILURE() << "cannot redirect standard error to " << stderrPath_ << ": " << strerror(errno);
+      return false;
+    }
     const bool started = server_.start(kServer);
+    dup2(savedStderr, 2);
+    close(savedStderr);
+    close(childStderr);
     unsetenv("VSTAT_DEBUG");
     if (!started) {
       ADD_FAILURE() << server_.lastError();
@@ -196,6 +207,7 @@ class Job {
     EXPECT_FALSE(how.signaled) << "killed by signal " << how.signal;
     EXPECT_TRUE(how.exited);
     EXPECT_EQ(how.code, 0);
+    EXPECT_EQ(readFile(stderrPath_), "") << "the server wrote to standard error";
   }
 
   std::string debugLines() const { return readFile(debugPath_); }
@@ -203,6 +215,7 @@ class Job {
 
  private:
   std::string debugPath_;
+  std::string stderrPath_;
   ServerProcess server_;
 };
 
