@@ -50,7 +50,8 @@ std::string sizeOrNa(const CounterSummary* c) { return c && c->hasSum ? formatSi
 std::string average(const CounterSummary& c, bool bytes) {
   if (c.count == 0) return "-";
   const double avg = static_cast<double>(c.sum) / static_cast<double>(c.count);
-  if (bytes) return formatSize(static_cast<unsigned long long>(avg + 0.5));
+  // 2^64 as a double is out of range for the conversion; a damaged report may hold such a sum.
+  if (bytes) return formatSize(avg >= 18446744073709549568.0 ? kAllBits : static_cast<unsigned long long>(avg + 0.5));
   char text[32];
   std::snprintf(text, sizeof text, "%.1f", avg);
   return text;

@@ -102,6 +102,15 @@ TEST(ReportSummary, SampleReportShowsTotalsTableAndOnlyCollectionsWithData) {
   }
 }
 
+// A damaged report may carry any sum; the largest must not overflow the average's conversion.
+TEST(ReportSummary, LargestSumAveragesWithoutOverflow) {
+  ReportSummary r = oneHistogram("Message size", {{kAllBits, 1}});
+  r.collections[0].counters[0].sum = kAllBits;
+  std::ostringstream out;
+  renderSummary(out, r);
+  EXPECT_NE(out.str().find("1 samples, avg 18.4 EB, max"), std::string::npos) << out.str();
+}
+
 TEST(ReportSummary, MissingTotalsAndIncompleteReportsAreSaidSo) {
   std::ostringstream out;
   renderSummary(out, ReportSummary());
