@@ -11,6 +11,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <strings.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -36,6 +37,14 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
+
+// CPU time (user + system) this process has used so far.
+double ownCpuSeconds() {
+  struct rusage ru;
+  getrusage(RUSAGE_SELF, &ru);
+  return static_cast<double>(ru.ru_utime.tv_sec + ru.ru_stime.tv_sec) +
+         static_cast<double>(ru.ru_utime.tv_usec + ru.ru_stime.tv_usec) / 1e6;
+}
 
 double secondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
@@ -127,6 +136,8 @@ struct JobResult {
   std::string problem;
   double seconds = 0;
   long peakKiB = 0;
+  double userSeconds = 0;    // CPU time of the server, to tell parsing cost from file-system cost
+  double systemSeconds = 0;
   unsigned events = 0;
   bool reportWritten = false;
 };
@@ -187,6 +198,8 @@ JobResult runJob(const std::string& server, const std::string& storeDir) {
     return r;
   }
   r.seconds = secondsSince(start);
+  r.userSeconds = static_cast<double>(exit.usage.ru_utime.tv_sec) + exit.usage.ru_utime.tv_usec / 1e6;
+  r.systemSeconds = static_cast<double>(exit.usage.ru_stime.tv_sec) + exit.usage.ru_stime.tv_usec / 1e6;
   r.ok = r.problem.empty() && exit.exited && exit.code == 0;
   if (r.problem.empty() && !r.ok) r.problem = "the server ended abnormally";
   return r;
@@ -245,18 +258,23 @@ void measure(const std::string& server, const std::string& storeDir, int runs,
   collectMessageDirs(storeDir + "/mail", messageDirs);
   const ReadTotals warm = plainRead(messageDirs);  // warms the page cache for both measurements
 
-  std::vector<double> jobTimes, readTimes, ratios, peaks;
+  std::vector<double> jobTimes, readTimes, ratios, peaks, userTimes, systemTimes, readCpu, cpuRatios;
   JobResult last;
   for (int r = 0; r < runs; ++r) {
     last = runJob(server, storeDir);
     if (!last.ok) break;
     const Clock::time_point readStart = Clock::now();
+    const double cpuStart = ownCpuSeconds();
     plainRead(messageDirs);
     const double readSeconds = secondsSince(readStart);
+    readCpu.push_back(ownCpuSeconds() - cpuStart);
+    cpuRatios.push_back((last.userSeconds + last.systemSeconds) / readCpu.back());
     jobTimes.push_back(last.seconds);
     readTimes.push_back(readSeconds);
     ratios.push_back(last.seconds / readSeconds);
     peaks.push_back(static_cast<double>(last.peakKiB));
+    userTimes.push_back(last.userSeconds);
+    systemTimes.push_back(last.systemSeconds);
   }
 
   printf("  message files       %" PRIu64 " (%.1f MB) read by the walk\n", warm.files,
@@ -269,8 +287,12 @@ void measure(const std::string& server, const std::string& storeDir, int runs,
   printf("  job (request->exit) %.3f s   (%.1f MB/s, %.0f messages/s; %u progress events, report %s)\n", job,
          static_cast<double>(warm.bytes) / 1e6 / job, static_cast<double>(warm.files) / job, last.events,
          last.reportWritten ? "written" : "NOT written");
+  printf("  server CPU          %.3f s user, %.3f s system\n", median(userTimes), median(systemTimes));
   printf("  plain 4 KiB read    %.3f s   (%.1f MB/s)\n", read, static_cast<double>(warm.bytes) / 1e6 / read);
-  printf("  ratio job/read      %.2f     (median of per-run ratios; target <= 2)\n", median(ratios));
+  printf("  plain read CPU      %.3f s\n", median(readCpu));
+  printf("  ratio job/read      %.2f     (median of per-run ratios of elapsed time; target <= 2)\n", median(ratios));
+  printf("  ratio of CPU time   %.2f     (server CPU / plain read CPU; less sensitive to a busy machine)\n",
+         median(cpuRatios));
   printf("  server peak memory  %.1f MiB (VmHWM of the server; target < 16 MiB)\n", median(peaks) / 1024.0);
   if (manifest) checkReport(*manifest);
 }
