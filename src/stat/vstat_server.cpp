@@ -17,7 +17,10 @@ VStatServer::VStatServer(const char* cmdLine, FILE* debug) : ServerDispatcher(cm
 
 VStatServer::~VStatServer() {
   // The dispatcher also ends when the parent goes away, possibly in the middle of a job whose walk
-  // still uses this object: the job is stopped first. It then writes its report and ends the process.
+  // still uses this object. Nothing more can be exchanged, so the dispatcher's threads are ended and
+  // joined first (none is left finished but unjoined when the job ends the process); then the job is
+  // stopped, writes its report and ends the process.
+  stop();
   stopJob();
   dbgPrint("VStatServer stopped\n");
 }
