@@ -15,10 +15,10 @@ void field(std::string& out, const char* indent, const char* key, uint64_t value
 
 }  // namespace
 
-uint64_t Manifest::countShapes(bool ShapeTraits::*flag, bool value) const {
+uint64_t Manifest::countShapes(bool ShapeTraits::*flag) const {
   uint64_t n = 0;
   for (size_t i = 0; i < kShapeCount; ++i) {
-    if (shapeTraits(static_cast<MessageShape>(i)).*flag == value) n += shapes[i];
+    if (shapeTraits(static_cast<MessageShape>(i)).*flag) n += shapes[i];
   }
   return n;
 }

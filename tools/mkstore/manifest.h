@@ -35,8 +35,8 @@ struct Manifest {
 
   uint64_t reportMessageCount() const { return messageFiles + indexEntries; }
   uint64_t reportMessageBytes() const { return messageBytes + indexBytes; }
-  // Messages whose classification matches `flag` of the shape table (plain, html, rtf, signed ...).
-  uint64_t countShapes(bool ShapeTraits::*flag, bool value = true) const;
+  // Messages whose shape has `flag` set in the shape table (isSigned, isEncrypted ...).
+  uint64_t countShapes(bool ShapeTraits::*flag) const;
   // Messages the scan counts with exactly this combination of bodies.
   uint64_t countBodies(bool plain, bool html, bool rtf) const;
 };

@@ -87,7 +87,6 @@ class Writer {
     eol();
   }
   void eol() { out_ += crlf_ ? "\r\n" : "\n"; }
-  void text(const char* s) { out_ += s; }
 
   std::string& out() { return out_; }
   bool crlf() const { return crlf_; }

@@ -40,7 +40,7 @@ class LineBlock {
 
 class TextBlocks {
  public:
-  // Builds all blocks from `seed`; takes a few tens of milliseconds and about 6 MB.
+  // Builds all blocks from `seed`; takes a few tens of milliseconds and about 5 MB.
   explicit TextBlocks(uint64_t seed);
 
   const LineBlock& prose() const { return prose_; }        // paragraphs of plain sentences, blank-line separated
