@@ -9,8 +9,8 @@ namespace {
 void printUsage(FILE* out) {
   std::fprintf(out,
                "usage: vstat scan STORE_DIR [--server PATH] [--report FILE] [--product-version V]\n"
-               "                  [--build N] [--os-name S] [--os-code N]\n"
-               "       vstat show REPORT.xml\n"
+               "                  [--build N] [--os-name S] [--os-code N] [--verbose] [--no-histograms]\n"
+               "       vstat show REPORT.xml [--no-histograms]\n"
                "       vstat mime [--json] FILE...\n");
 }
 

@@ -94,6 +94,17 @@ unsigned VStream::write(const char* buf, unsigned len) {
 
 // Both line readers copy whole runs of buffered bytes up to the next LF (memchr + memcpy) instead
 // of moving byte by byte; only the first byte after a refill goes through the single-byte path.
+bool VStream::takeBufferedLine(char* buf, unsigned& stored, unsigned limit) {
+  unsigned avail = std::min(static_cast<unsigned>(readCount_), limit - stored);
+  const char* lf = static_cast<const char*>(memchr(readCur_, '\n', avail));
+  unsigned take = lf ? static_cast<unsigned>(lf - readCur_) + 1 : avail;
+  memcpy(buf + stored, readCur_, take);
+  readCur_ += take;
+  readCount_ -= static_cast<int32_t>(take);
+  stored += take;
+  return lf != nullptr;
+}
+
 int VStream::gets(char* buf, unsigned size, bool keepPartial) {
   if (size == 0) return 0;
   buf[0] = 0;
@@ -119,15 +130,9 @@ int VStream::gets(char* buf, unsigned size, bool keepPartial) {
       }
       continue;
     }
-    unsigned avail = std::min(static_cast<unsigned>(readCount_), size - i);
-    const char* lf = static_cast<const char*>(memchr(readCur_, '\n', avail));
-    unsigned take = lf ? static_cast<unsigned>(lf - readCur_) + 1 : avail;
-    memcpy(buf + i, readCur_, take);
-    readCur_ += take;
-    readCount_ -= static_cast<int32_t>(take);
-    i += take;
+    const bool sawLf = takeBufferedLine(buf, i, size);
     if (i >= size) return 0;
-    if (lf) {
+    if (sawLf) {
       buf[i] = 0;
       return static_cast<int>(i);
     }
@@ -146,14 +151,7 @@ int VStream::getstr(char* buf, unsigned size) {
       if (c == '\n') break;
       continue;
     }
-    unsigned avail = std::min(static_cast<unsigned>(readCount_), limit - i);
-    const char* lf = static_cast<const char*>(memchr(readCur_, '\n', avail));
-    unsigned take = lf ? static_cast<unsigned>(lf - readCur_) + 1 : avail;
-    memcpy(buf + i, readCur_, take);
-    readCur_ += take;
-    readCount_ -= static_cast<int32_t>(take);
-    i += take;
-    if (lf) break;
+    if (takeBufferedLine(buf, i, limit)) break;
   }
   buf[i] = 0;
   return static_cast<int>(i);

@@ -72,6 +72,10 @@ class VStream : private boost::noncopyable {
   unsigned pendingWriteCount() const { return kBufferSize - writeRoom_; }
 
  private:
+  // Moves buffered bytes into buf[stored..limit) up to and including the next LF; true when an LF was
+  // taken. Needs a non-empty read buffer.
+  bool takeBufferedLine(char* buf, unsigned& stored, unsigned limit);
+
   char readBuf_[kBufferSize];
   char writeBuf_[kBufferSize];
   char* readCur_;
