@@ -32,10 +32,11 @@ bool parseNumber(const char* text, uint64_t& value) {
   return true;
 }
 
+// Usage goes to standard output when asked for, to standard error with a problem (status 2).
 int usage(const char* problem) {
   if (problem) fprintf(stderr, "mkstore: %s\n", problem);
-  fprintf(stderr, kUsage, vorlane::mkstore::kMaxMessages);
-  return 2;
+  fprintf(problem ? stderr : stdout, kUsage, vorlane::mkstore::kMaxMessages);
+  return problem ? 2 : 0;
 }
 
 }  // namespace
@@ -58,8 +59,7 @@ int main(int argc, char** argv) {
     } else if (arg == "--force") {
       options.force = true;
     } else if (arg == "--help" || arg == "-h") {
-      usage(nullptr);
-      return 0;
+      return usage(nullptr);
     } else if (!arg.empty() && arg[0] == '-') {
       return usage(("unknown option " + arg).c_str());
     } else if (options.outDir.empty()) {
