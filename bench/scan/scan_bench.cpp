@@ -29,6 +29,7 @@
 #include <vector>
 
 #include "mkstore/output_files.h"
+#include "mkstore/report_check.h"
 #include "mkstore/store_generator.h"
 #include "stat/vstat_messages.h"
 #include "vcom/message_types.h"
@@ -205,45 +206,28 @@ JobResult runJob(const std::string& server, const std::string& storeDir) {
   return r;
 }
 
-// Value and sum of one counter inside one collection of the report; false when not found.
-bool reportCounter(const std::string& xml, const std::string& collection, const std::string& counter,
-                   uint64_t& value, uint64_t* sum) {
-  size_t at = xml.find("<collection name='" + collection + "'");
-  if (at == std::string::npos) return false;
-  const size_t end = xml.find("</collection>", at);
-  at = xml.find("name='" + counter + "'>", at);
-  if (at == std::string::npos || at > end) return false;
-  const size_t v = xml.find("<value>", at);
-  if (v == std::string::npos) return false;
-  value = strtoull(xml.c_str() + v + 7, nullptr, 10);
-  if (!sum) return true;
-  const size_t s = xml.find("<sum>", at);
-  if (s == std::string::npos || s > end) return false;
-  *sum = strtoull(xml.c_str() + s + 5, nullptr, 10);
-  return true;
-}
-
 void checkReport(const vorlane::mkstore::Manifest& m) {
   std::ifstream in("/tmp/VStatReport.xml");
   std::stringstream s;
   s << in.rdbuf();
-  const std::string xml = s.str();
-  const std::string any = "Any folder class - any folder type";
-  uint64_t messages = 0, bytes = 0, folders = 0, domains = 0, count = 0;
-  const bool found = reportCounter(xml, any, "Message count", messages, nullptr) &&
-                     reportCounter(xml, any, "Message size", count, &bytes) &&
-                     reportCounter(xml, any, "Folder count", folders, nullptr) &&
-                     reportCounter(xml, any, "Domain count", domains, nullptr);
-  if (!found) {
-    printf("  report check        /tmp/VStatReport.xml lacks the totals\n");
+  std::vector<vorlane::mkstore::ReportFigure> figures;
+  std::string error;
+  if (!vorlane::mkstore::compareReport(s.str(), m, figures, error)) {
+    printf("  report check        %s\n", error.c_str());
     return;
   }
-  const bool match = messages == m.reportMessageCount() && bytes == m.reportMessageBytes() &&
-                     folders == m.folders && domains == m.domains;
-  printf("  report check        %s (messages %" PRIu64 "/%" PRIu64 ", bytes %" PRIu64 "/%" PRIu64
-         ", folders %" PRIu64 "/%" PRIu64 ", domains %" PRIu64 "/%" PRIu64 ")\n",
-         match ? "totals match the manifest" : "TOTALS DIFFER from the manifest", messages,
-         m.reportMessageCount(), bytes, m.reportMessageBytes(), folders, m.folders, domains, m.domains);
+  size_t differing = 0;
+  for (const vorlane::mkstore::ReportFigure& f : figures) {
+    if (f.found == f.expected) continue;
+    ++differing;
+    printf("  report DIFFERS      %s / %s: %" PRIu64 " in the report, %" PRIu64 " generated\n", f.collection.c_str(),
+           f.counter.c_str(), f.found, f.expected);
+  }
+  if (differing == 0) {
+    printf("  report check        all %zu figures match the generator (%" PRIu64 " messages, %" PRIu64
+           " bytes, %" PRIu64 " folders, %" PRIu64 " domains)\n",
+           figures.size(), m.reportMessageCount(), m.reportMessageBytes(), m.folders, m.domains);
+  }
 }
 
 double median(std::vector<double> v) {
