@@ -261,8 +261,8 @@ TEST_F(Fault, ParentGoingAwayMidJobEndsTheServerPromptly) {
   }
 }
 
-// Files disappear, shrink, grow empty or turn into other kinds of entries while the walk reads them;
-// FIFOs named like messages must not block it. The job still runs to its end and writes its report.
+// Files disappear, shrink or become empty while the walk reads them, and FIFOs named like messages (and
+// links to them) must not block it. The job still runs to its end and writes its report.
 TEST_F(Fault, MessagesVanishingOrShrinkingDuringTheWalkDoNotStopTheJob) {
   const std::string body = largeMessage(32 * 1024);
   std::vector<std::string> files;
