@@ -24,7 +24,7 @@ bool common_mail_struct::process_headers(utils::VFileStream* stream, parse_statu
   size_t accumulated = 0;
   status->header[0] = '\0';
   while (mime_get_line(stream, status, nullptr)) {
-    char* line = status->line;
+    const char* line = status->line;
     size_t len = status->line_len;
     if (line[0] != ' ' && line[0] != '\t') {
       status->header[accumulated] = '\0';

@@ -133,7 +133,10 @@ mail_struct* mail_struct::do_parse(utils::VFileStream* stream, parse_status* sta
                                    int boundary_level) {
   if (depth > MIME_MAX_DEPTH) return nullptr;
   std::unique_ptr<mail_struct> node(new mail_struct);
-  node->start_pos = stream->tell64();
+  // Every byte the parse takes goes through mime_get_line, which keeps the position: the stream is asked
+  // once per message, not twice per part.
+  if (status->position < 0) status->position = stream->tell64();
+  node->start_pos = status->position;
   node->header_pos = node->start_pos;
   status->trailing_term_len = 0;
 
@@ -145,7 +148,7 @@ mail_struct* mail_struct::do_parse(utils::VFileStream* stream, parse_status* sta
   }
   if (!node->encoding) node->encoding.assign("7bit");
   node->envelope.normalize_priority();
-  node->body_pos = stream->tell64();
+  node->body_pos = status->position < 0 ? stream->tell64() : status->position;
 
   if (!header_complete) {
     node->make_plain_text();

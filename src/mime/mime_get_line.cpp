@@ -9,6 +9,7 @@
 
 namespace vorlane {
 namespace mime {
+namespace impl {
 
 namespace {
 
@@ -29,20 +30,17 @@ boundary_kind classify_tail(const char* tail, size_t len) {
 
 }  // namespace
 
-bool mime_get_line(utils::VFileStream* stream, parse_status* status, const char* own_boundary) {
-  int got = stream->getstr(status->line, sizeof status->line);
-  status->line_len = got > 0 ? static_cast<size_t>(got) : 0;
-  if (status->line_len == 0) {
-    status->clear_boundaries();
-    status->boundary_line_len = 0;
-    status->end_flag = 1;
-    status->boundary_hit = 0;
-    return false;
-  }
+bool mime_end_of_input(parse_status* status) {
+  status->clear_boundaries();
+  status->boundary_line_len = 0;
+  status->end_flag = 1;
+  status->boundary_hit = 0;
+  return false;
+}
+
+bool mime_match_boundary(parse_status* status, const char* own_boundary) {
   const char* line = status->line;
   const size_t len = status->line_len;
-  if (status->top == nullptr || len < 2 || line[0] != '-' || line[1] != '-') return true;
-
   for (boundary_node* node = status->top; node != nullptr; node = node->next) {
     if (own_boundary != nullptr && strcasecmp(node->boundary, own_boundary) == 0) continue;
     if (len - 2 < node->length || std::memcmp(line + 2, node->boundary, node->length) != 0) continue;
@@ -55,10 +53,11 @@ bool mime_get_line(utils::VFileStream* stream, parse_status* status, const char*
     status->boundary_line_len = len;
     status->boundary_hit = 1;
     while (status->top != new_top) status->pop_boundary();
-    return false;
+    return true;
   }
-  return true;
+  return false;
 }
 
+}  // namespace impl
 }  // namespace mime
 }  // namespace vorlane

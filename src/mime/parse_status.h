@@ -1,7 +1,9 @@
 // The reading state shared by every level of one MIME structure parse: the current line, the header being
 // unfolded, and the stack of multipart boundaries that are open at this point of the message.
-// Line and header buffers are fixed (16384 bytes of text each); the boundary stack holds at most one node
-// per open multipart level and does not own the boundary strings (the parts' parameter lists do).
+// The current line is a view (pointer and length, not terminated): usually into the stream's read buffer,
+// and into the fixed line buffer only when the line crossed a refill. Line and header buffers are fixed
+// (16384 bytes of text each); the boundary stack holds at most one node per open multipart level and does
+// not own the boundary strings (the parts' parameter lists do).
 // Not thread-safe: one parse, one status, one thread.
 #pragma once
 
@@ -38,10 +40,15 @@ class parse_status {
   int end_flag = 0;              // 1 after a closing boundary or end of file, 0 after an opening boundary
   int boundary_hit = 0;          // 1 when the last line read was a boundary line, 0 at end of file
   char header[MIME_HEADER_MAX];  // one unfolded header, terminated
-  // One line with its terminator; the extra byte holds the terminating zero of a full-length piece.
-  char line[MIME_LINE_MAX + 1];
+  // The current line with its terminator, line_len bytes, not terminated; valid until the next read.
+  const char* line = nullptr;
   size_t line_len = 0;
+  // Holds a line that crossed the stream's refill; the extra byte takes the stream's terminating zero.
+  char line_buf[MIME_LINE_MAX + 1];
   size_t trailing_term_len = 0;  // terminator of the last body line, which belongs to the next boundary
+  // Stream position of the next unread byte, advanced by every line read, so that part positions need no
+  // seek call on the file; -1 until the parse has asked the stream once (or when the stream cannot tell).
+  long long position = -1;
   boundary_node* top = nullptr;
 };
 

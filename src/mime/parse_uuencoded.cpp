@@ -86,7 +86,7 @@ void parse_uuencoded(mail_struct* part, utils::VFileStream* stream, parse_status
         if (is_begin_line(line, len)) state = UU_IN_BLOCK;
         break;
       case UU_IN_BLOCK:
-        if (std::strncmp(line, "end", 3) == 0) {
+        if (len >= 3 && std::memcmp(line, "end", 3) == 0) {
           state = UU_DONE;
         } else if (!is_blank_line(line, len) && check_data_line(line, len) == data_line::invalid) {
           state = UU_WATCHING;

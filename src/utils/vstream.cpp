@@ -139,22 +139,51 @@ int VStream::gets(char* buf, unsigned size, bool keepPartial) {
   }
 }
 
-int VStream::getstr(char* buf, unsigned size) {
-  if (size == 0) return 0;
-  const unsigned limit = size - 1;
-  unsigned i = 0;
-  while (i < limit) {
+unsigned VStream::gatherLine(char* buf, unsigned stored, unsigned limit) {
+  while (stored < limit) {
     if (readCount_ <= 0) {
       int c = fill();
       if (c == -1) break;
-      buf[i++] = static_cast<char>(c);
+      buf[stored++] = static_cast<char>(c);
       if (c == '\n') break;
       continue;
     }
-    if (takeBufferedLine(buf, i, limit)) break;
+    if (takeBufferedLine(buf, stored, limit)) break;
   }
+  return stored;
+}
+
+int VStream::getstr(char* buf, unsigned size) {
+  if (size == 0) return 0;
+  const unsigned i = gatherLine(buf, 0, size - 1);
   buf[i] = 0;
   return static_cast<int>(i);
+}
+
+const char* VStream::getstrViewSlow(char* buf, unsigned size, unsigned& len) {
+  len = 0;
+  if (size < 2) {
+    getstr(buf, size);
+    return nullptr;
+  }
+  const unsigned limit = size - 1;
+  if (readCount_ <= 0) {
+    if (fill() == -1) return nullptr;
+    // fill() hands out the first byte of the new load; take it back so that a line starting there can
+    // be viewed in place like any other.
+    --readCur_;
+    ++readCount_;
+    const char* line = viewBufferedLine(limit, len);
+    if (line != nullptr) return line;
+  }
+  // The line runs on past the buffered bytes (already searched, so copied whole) into the next load.
+  const unsigned buffered = static_cast<unsigned>(readCount_);
+  memcpy(buf, readCur_, buffered);
+  readCur_ += buffered;
+  readCount_ = 0;
+  len = gatherLine(buf, buffered, limit);
+  buf[len] = 0;
+  return buf;
 }
 
 bool VStream::printf(const char* format, ...) {

@@ -1,11 +1,12 @@
 // Buffered byte streams: VStream keeps one 4096-byte read buffer and one 4096-byte write buffer over
 // two primitives (i_read, i_write) that subclasses supply; VFileStream adds positioning.
-// Line reading (gets, getstr) takes every byte from the read buffer and calls i_read once per
-// buffer-load. Results are plain integers or booleans; nothing throws and errno is left as the
+// Line reading (gets, getstr, getstrView) takes every byte from the read buffer and calls i_read
+// once per buffer-load; getstrView hands out lines in place, without copying, when it can. Results are plain integers or booleans; nothing throws and errno is left as the
 // system set it. Threading: one thread at a time per stream; nothing is locked inside.
 #pragma once
 
 #include <cstdint>
+#include <cstring>
 #include <string>
 
 #include <boost/noncopyable.hpp>
@@ -46,6 +47,19 @@ class VStream : private boost::noncopyable {
   // Reads one line including its LF, splitting long lines into pieces of size-1 characters; buf is
   // always terminated (unless size is 0). Returns the characters stored, 0 at end of input.
   int getstr(char* buf, unsigned size);
+  // Reads the same line or piece getstr(buf, size) would, without copying it when it can. Returns a
+  // pointer to its first byte and stores its length in len; null with len 0 at end of input (or for a
+  // size below 2). When the piece lies whole in the read buffer the pointer points there: it is not
+  // terminated and stays valid only until the next operation on this stream. A piece that crosses a
+  // refill, or a partial last line, is gathered into buf (size bytes) and terminated there.
+  // The common case (the line ends in the read buffer) is inline: this is the parser's per-line path.
+  const char* getstrView(char* buf, unsigned size, unsigned& len) {
+    if (readCount_ > 0 && size >= 2) {
+      const char* line = viewBufferedLine(size - 1, len);
+      if (line != nullptr) return line;
+    }
+    return getstrViewSlow(buf, size, len);
+  }
   // Formats into a 512-byte stack buffer, allocating only for longer output. True when something
   // was written and every flush succeeded. A result of exactly 512 characters is written as its
   // first 511 characters and a zero byte; longer results are written whole.
@@ -75,6 +89,23 @@ class VStream : private boost::noncopyable {
   // Moves buffered bytes into buf[stored..limit) up to and including the next LF; true when an LF was
   // taken. Needs a non-empty read buffer.
   bool takeBufferedLine(char* buf, unsigned& stored, unsigned limit);
+  // The copying half of getstr: continues a line in buf from `stored` up to `limit` bytes, the LF or
+  // the end of input, and returns the bytes stored. buf is not terminated.
+  unsigned gatherLine(char* buf, unsigned stored, unsigned limit);
+  // Hands out the next piece of at most `limit` bytes in place when it ends in the read buffer (at an LF,
+  // or at the limit); null when the buffered bytes end first. Needs a non-empty read buffer.
+  const char* viewBufferedLine(unsigned limit, unsigned& len) {
+    const unsigned avail = static_cast<unsigned>(readCount_) < limit ? static_cast<unsigned>(readCount_) : limit;
+    const char* start = readCur_;
+    const char* lf = static_cast<const char*>(memchr(start, '\n', avail));
+    if (lf == nullptr && avail < limit) return nullptr;
+    len = lf != nullptr ? static_cast<unsigned>(lf - start) + 1 : limit;
+    readCur_ += len;
+    readCount_ -= static_cast<int32_t>(len);
+    return start;
+  }
+  // getstrView when the read buffer is empty or the line crosses a refill: refills, then views or copies.
+  const char* getstrViewSlow(char* buf, unsigned size, unsigned& len);
 
   char readBuf_[kBufferSize];
   char writeBuf_[kBufferSize];

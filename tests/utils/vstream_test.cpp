@@ -115,6 +115,76 @@ TEST(VStreamGetstr, SplitsLongLinesAndAlwaysTerminates) {
   EXPECT_EQ(pieces, (std::vector<std::string>{"abc", "def", "g\n", "hi"}));
 }
 
+// Every piece getstrView hands out is the piece getstr would have stored, whatever the line lengths, the
+// piece size and the size of the primitive reads: lines across the 4096-byte refill, lines longer than the
+// piece size (also across a refill), empty lines, CRLF, and a last line without LF.
+TEST(VStreamGetstrView, DeliversExactlyTheLinesGetstrDoes) {
+  std::string input;
+  for (int i = 0; i < 400; ++i) input += std::string(static_cast<size_t>(i * 37 % 131), 'v') + (i % 3 ? "\r\n" : "\n");
+  input += std::string(9000, 'L') + "\n\n" + std::string(4095, 'e') + "\n" + std::string(5000, 'p');
+  for (unsigned size : {2u, 3u, 80u, 4097u, 16385u}) {
+    for (unsigned chunk : {4096u, 1000u, 7u}) {
+      MemoryStream expected(input, chunk);
+      MemoryStream viewed(input, chunk);
+      std::vector<char> copy(size);
+      std::vector<char> buf(size);
+      size_t pieces = 0;
+      for (;;) {
+        const int n = expected.getstr(copy.data(), size);
+        unsigned len = 12345;
+        const char* line = viewed.getstrView(buf.data(), size, len);
+        ASSERT_EQ(len, static_cast<unsigned>(n)) << "size " << size << " chunk " << chunk << " piece " << pieces;
+        if (n == 0) {
+          EXPECT_EQ(line, nullptr);
+          break;
+        }
+        ASSERT_EQ(std::string(line, len), std::string(copy.data(), static_cast<size_t>(n)))
+            << "size " << size << " chunk " << chunk << " piece " << pieces;
+        ASSERT_EQ(viewed.tell64(), expected.tell64()) << "size " << size << " chunk " << chunk;
+        ++pieces;
+      }
+      EXPECT_EQ(viewed.reads, expected.reads) << "one primitive read per buffer-load, size " << size;
+      EXPECT_GT(pieces, 400u);
+    }
+  }
+}
+
+// Lines that lie whole in the read buffer are not copied; a line crossing the refill and a partial last
+// line are gathered into the caller's buffer and terminated there.
+TEST(VStreamGetstrView, CopiesOnlyLinesThatCrossARefill) {
+  const std::string longLine = std::string(4080, 'a') + "\n";
+  MemoryStream s("in place\n" + longLine + "across the refill\nnext\npartial");
+  struct Case { std::string text; bool copied; };
+  const Case cases[] = {{"in place\n", false}, {longLine, false}, {"across the refill\n", true}, {"next\n", false},
+                        {"partial", true}};
+  std::vector<char> buf(8192, '#');
+  for (const Case& c : cases) {
+    unsigned len = 0;
+    const char* line = s.getstrView(buf.data(), static_cast<unsigned>(buf.size()), len);
+    ASSERT_NE(line, nullptr) << c.text;
+    EXPECT_EQ(std::string(line, len), c.text);
+    EXPECT_EQ(line == buf.data(), c.copied) << c.text;
+    if (c.copied) {
+      EXPECT_EQ(buf[len], '\0') << c.text;
+    }
+  }
+  unsigned len = 1;
+  EXPECT_EQ(s.getstrView(buf.data(), static_cast<unsigned>(buf.size()), len), nullptr);
+  EXPECT_EQ(len, 0u);
+  EXPECT_TRUE(s.endOfInputSeen());
+}
+
+// A piece size below 2 leaves no room for a byte: nothing is read, as with getstr.
+TEST(VStreamGetstrView, TooSmallAPieceReadsNothing) {
+  MemoryStream s("line\n");
+  char buf[1] = {'#'};
+  unsigned len = 1;
+  EXPECT_EQ(s.getstrView(buf, 1, len), nullptr);
+  EXPECT_EQ(len, 0u);
+  EXPECT_EQ(buf[0], '\0');
+  EXPECT_EQ(s.reads, 0);
+}
+
 TEST(VStreamRead, ServesBufferedBytesWithoutTouchingTheSource) {
   MemoryStream s(std::string(4106, 'x'));
   char big[8192];
