@@ -33,7 +33,7 @@ inline bool mime_get_line(utils::VFileStream* stream, parse_status* status, cons
   const char* line = stream->getstrView(status->line_buf, sizeof status->line_buf, len);
   status->line = line;
   status->line_len = len;
-  if (status->position >= 0) status->position += len;
+  status->advance(len);
   if (len == 0) return impl::mime_end_of_input(status);
   if (status->top == nullptr || len < 2 || line[0] != '-' || line[1] != '-') return true;
   return !impl::mime_match_boundary(status, own_boundary);

@@ -34,6 +34,10 @@ class parse_status {
   // Pops the innermost boundary; nothing when the stack is empty.
   void pop_boundary();
   void clear_boundaries();
+  // Moves the position past n bytes taken from the stream.
+  void advance(size_t n) {
+    if (position >= 0) position += static_cast<long long>(n);
+  }
 
   int boundary_count = 0;
   size_t boundary_line_len = 0;  // raw length of the last boundary line found

@@ -2,7 +2,10 @@
 // and watching plain-text and uuencode-encoded bodies for a complete uuencoded block (begin line, data lines
 // of consistent length, end line), which sets the part's uuencoded flag.
 // The line end of the last body line belongs to the boundary that follows: it is taken off the part and
-// left in the parse status for the multipart that owns the boundary. Not thread-safe.
+// left in the parse status for the multipart that owns the boundary.
+// Lines that can change nothing (they cannot be a boundary or a begin line) are counted a buffer-load at a
+// time straight from the stream's read buffer; the counts are those of reading line by line. Not
+// thread-safe.
 #pragma once
 
 namespace vorlane {

@@ -60,6 +60,18 @@ class VStream : private boost::noncopyable {
     }
     return getstrViewSlow(buf, size, len);
   }
+  // The unread bytes of the read buffer, in place and without refilling: returns the next byte and stores
+  // how many follow in len (0 when the buffer is empty). Valid until the next operation on this stream.
+  // With skipBuffered, lets a caller that only counts lines scan whole buffer-loads at once.
+  const char* bufferedData(unsigned& len) const {
+    len = readCount_ > 0 ? static_cast<unsigned>(readCount_) : 0;
+    return readCur_;
+  }
+  // Takes n bytes (at most what bufferedData reported) out of the read buffer as read.
+  void skipBuffered(unsigned n) {
+    readCur_ += n;
+    readCount_ -= static_cast<int32_t>(n);
+  }
   // Formats into a 512-byte stack buffer, allocating only for longer output. True when something
   // was written and every flush succeeded. A result of exactly 512 characters is written as its
   // first 511 characters and a zero byte; longer results are written whole.

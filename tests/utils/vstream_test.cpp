@@ -185,6 +185,34 @@ TEST(VStreamGetstrView, TooSmallAPieceReadsNothing) {
   EXPECT_EQ(s.reads, 0);
 }
 
+// A caller that scans the buffered bytes in place sees exactly what is unread, never causes a refill, and
+// after skipping some of them reads on from there with a correct position.
+TEST(VStreamBufferedData, ShowsTheUnreadBytesAndSkipsThemInPlace) {
+  MemoryStream s("head\n" + std::string(5000, 'z') + "\ntail\n");
+  unsigned len = 1;
+  s.bufferedData(len);
+  EXPECT_EQ(len, 0u) << "nothing is buffered before the first read";
+  EXPECT_EQ(s.reads, 0);
+  char buf[64];
+  ASSERT_EQ(s.gets(buf, sizeof(buf), false), 5);
+  const char* data = s.bufferedData(len);
+  ASSERT_EQ(len, 4091u);
+  EXPECT_EQ(std::string(data, 3), "zzz");
+  s.skipBuffered(4090);
+  EXPECT_EQ(s.tell64(), 4095);
+  data = s.bufferedData(len);
+  EXPECT_EQ(len, 1u);
+  s.skipBuffered(1);
+  s.bufferedData(len);
+  EXPECT_EQ(len, 0u);
+  EXPECT_EQ(s.reads, 1) << "looking at the buffer never refills it";
+  unsigned lineLen = 0;
+  const char* line = s.getstrView(buf, sizeof(buf), lineLen);
+  ASSERT_NE(line, nullptr);
+  EXPECT_EQ(std::string(line, lineLen), std::string(sizeof(buf) - 1, 'z')) << "a piece of the rest of the long line";
+  EXPECT_EQ(s.tell64(), 4096 + 63);
+}
+
 TEST(VStreamRead, ServesBufferedBytesWithoutTouchingTheSource) {
   MemoryStream s(std::string(4106, 'x'));
   char big[8192];
