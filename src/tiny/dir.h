@@ -1,6 +1,6 @@
-// Directory listing whose entries carry their file type taken from lstat, so it works on file
-// systems that report no type in directory entries and reports symbolic links as links (never as
-// their targets). Also the case-insensitive suffix test fext. Entries are the platform's 64-bit
+// Directory listing whose entries always carry their file type as lstat sees it: the type the file
+// system reports in the entry, or, on file systems that report none, the type taken from lstat.
+// Symbolic links are reported as links (never as their targets). Also the case-insensitive suffix test fext. Entries are the platform's 64-bit
 // dirent records (struct dirent is the 64-bit record on the LP64 platforms we build for).
 // Threading: a handle is used by one thread at a time; different handles are independent.
 #pragma once
@@ -23,7 +23,8 @@ DIR* opendir(const char* path);
 // Closes the stream; the record is freed only when the close succeeds, so a record whose close
 // failed is never freed twice. Returns the platform closedir's result (-1 for a null handle).
 int closedir(DIR* dir);
-// The next entry with its type filled in by fillInType; null at the end or on error.
+// The next entry with its type known (filled in by fillInType when the entry has none); null at the
+// end or on error.
 dirent* readdirstat(DIR* dir);
 // Re-entrant form: copies the next entry into *entry and sets *result to entry, or *result to null
 // at the end. Returns 0 or the error number.
