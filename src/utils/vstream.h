@@ -1,8 +1,10 @@
 // Buffered byte streams: VStream keeps one 4096-byte read buffer and one 4096-byte write buffer over
 // two primitives (i_read, i_write) that subclasses supply; VFileStream adds positioning.
 // Line reading (gets, getstr, getstrView) takes every byte from the read buffer and calls i_read
-// once per buffer-load; getstrView hands out lines in place, without copying, when it can. Results are plain integers or booleans; nothing throws and errno is left as the
-// system set it. Threading: one thread at a time per stream; nothing is locked inside.
+// once per buffer-load; getstrView hands lines out in place, without copying, when it can, and
+// bufferedData/skipBuffered let a caller scan the buffered bytes in place. Results are plain integers
+// or booleans; nothing throws and errno is left as the system set it. Threading: one thread at a time
+// per stream; nothing is locked inside.
 #pragma once
 
 #include <cstdint>
@@ -107,7 +109,8 @@ class VStream : private boost::noncopyable {
   // Hands out the next piece of at most `limit` bytes in place when it ends in the read buffer (at an LF,
   // or at the limit); null when the buffered bytes end first. Needs a non-empty read buffer.
   const char* viewBufferedLine(unsigned limit, unsigned& len) {
-    const unsigned avail = static_cast<unsigned>(readCount_) < limit ? static_cast<unsigned>(readCount_) : limit;
+    const unsigned buffered = static_cast<unsigned>(readCount_);
+    const unsigned avail = buffered < limit ? buffered : limit;
     const char* start = readCur_;
     const char* lf = static_cast<const char*>(memchr(start, '\n', avail));
     if (lf == nullptr && avail < limit) return nullptr;

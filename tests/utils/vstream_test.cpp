@@ -120,7 +120,9 @@ TEST(VStreamGetstr, SplitsLongLinesAndAlwaysTerminates) {
 // piece size (also across a refill), empty lines, CRLF, and a last line without LF.
 TEST(VStreamGetstrView, DeliversExactlyTheLinesGetstrDoes) {
   std::string input;
-  for (int i = 0; i < 400; ++i) input += std::string(static_cast<size_t>(i * 37 % 131), 'v') + (i % 3 ? "\r\n" : "\n");
+  for (int i = 0; i < 400; ++i) {
+    input += std::string(static_cast<size_t>(i * 37 % 131), 'v') + (i % 3 ? "\r\n" : "\n");
+  }
   input += std::string(9000, 'L') + "\n\n" + std::string(4095, 'e') + "\n" + std::string(5000, 'p');
   for (unsigned size : {2u, 3u, 80u, 4097u, 16385u}) {
     for (unsigned chunk : {4096u, 1000u, 7u}) {
@@ -133,7 +135,7 @@ TEST(VStreamGetstrView, DeliversExactlyTheLinesGetstrDoes) {
         const int n = expected.getstr(copy.data(), size);
         unsigned len = 12345;
         const char* line = viewed.getstrView(buf.data(), size, len);
-        ASSERT_EQ(len, static_cast<unsigned>(n)) << "size " << size << " chunk " << chunk << " piece " << pieces;
+        ASSERT_EQ(len, static_cast<unsigned>(n)) << "size " << size << " chunk " << chunk << " at " << pieces;
         if (n == 0) {
           EXPECT_EQ(line, nullptr);
           break;
@@ -155,8 +157,8 @@ TEST(VStreamGetstrView, CopiesOnlyLinesThatCrossARefill) {
   const std::string longLine = std::string(4080, 'a') + "\n";
   MemoryStream s("in place\n" + longLine + "across the refill\nnext\npartial");
   struct Case { std::string text; bool copied; };
-  const Case cases[] = {{"in place\n", false}, {longLine, false}, {"across the refill\n", true}, {"next\n", false},
-                        {"partial", true}};
+  const Case cases[] = {{"in place\n", false}, {longLine, false}, {"across the refill\n", true},
+                        {"next\n", false}, {"partial", true}};
   std::vector<char> buf(8192, '#');
   for (const Case& c : cases) {
     unsigned len = 0;
@@ -209,7 +211,7 @@ TEST(VStreamBufferedData, ShowsTheUnreadBytesAndSkipsThemInPlace) {
   unsigned lineLen = 0;
   const char* line = s.getstrView(buf, sizeof(buf), lineLen);
   ASSERT_NE(line, nullptr);
-  EXPECT_EQ(std::string(line, lineLen), std::string(sizeof(buf) - 1, 'z')) << "a piece of the rest of the long line";
+  EXPECT_EQ(std::string(line, lineLen), std::string(sizeof(buf) - 1, 'z')) << "a piece of the long line's rest";
   EXPECT_EQ(s.tell64(), 4096 + 63);
 }
 
