@@ -93,7 +93,9 @@ bool needs_line_check(char first, bool watching) {
 // checked) while no line starting in them needs a check. A line starts where the byte before it is an
 // LF, so the same comparison finds the lines to check and counts the lines ended: `lines` gains the LFs
 // in [start, result - 1). Returns where the groups ended: start + 1 + a multiple of 64.
-const char* skip_countable_groups(const char* start, const char* end, bool watching, uint32_t& lines) {
+// A template on `watching`, so that the inner loop carries no test of it.
+template <bool watching>
+const char* skip_countable_groups(const char* start, const char* end, uint32_t& lines) {
   const __m128i lf = _mm_set1_epi8('\n');
   const __m128i dash = _mm_set1_epi8('-');
   const __m128i lower_b = _mm_set1_epi8('b');
@@ -129,7 +131,8 @@ const char* skip_countable_lines(const char* const start, const char* end, bool 
   const char* p = start;
   if (p == end || needs_line_check(*p, watching)) return p;
 #if defined(__SSE2__)
-  const char* const groups_end = skip_countable_groups(start, end, watching, lines);
+  const char* const groups_end = watching ? skip_countable_groups<true>(start, end, lines)
+                                          : skip_countable_groups<false>(start, end, lines);
   // On line by line from the first line not yet counted: behind the last LF the groups counted.
   const void* counted_end = memrchr(start, '\n', static_cast<size_t>(groups_end - 1 - start));
   if (counted_end != nullptr) p = static_cast<const char*>(counted_end) + 1;
