@@ -3,21 +3,31 @@ SHELL := /bin/bash
 JOBS ?= 2
 SUDO := $(shell [ "$$(id -u)" -eq 0 ] || echo sudo)
 PACKAGES := g++ make cmake libgtest-dev libgmock-dev libboost-dev
+FUZZ_PACKAGES := clang libclang-rt-14-dev
+FUZZ_SECONDS ?= 60
+FUZZ_CI_SECONDS ?= 5
 
 DEMO_MESSAGES ?= 3000
 DEMO_STORE := build/demo-store
 
-.PHONY: deps build demo test test-default test-asan test-tsan clean
+.PHONY: deps deps-fuzz build demo test test-default test-asan test-tsan test-fuzz fuzz fuzz-build clean
 
 # Installs only what is missing; the package index is refreshed only when something must be installed.
-deps:
-	@missing=""; for p in $(PACKAGES); do \
+define install_missing
+	@missing=""; for p in $(1); do \
 	  dpkg-query -W -f='$${Status}' "$$p" 2>/dev/null | grep -q 'install ok installed' || missing="$$missing $$p"; \
 	done; \
 	if [ -n "$$missing" ]; then \
 	  echo "Installing missing packages:$$missing"; \
 	  $(SUDO) apt-get update && DEBIAN_FRONTEND=noninteractive $(SUDO) apt-get install -y --no-install-recommends $$missing; \
 	fi
+endef
+
+deps:
+	$(call install_missing,$(PACKAGES))
+
+deps-fuzz:
+	$(call install_missing,$(FUZZ_PACKAGES))
 
 build: deps
 	cmake --preset default
@@ -31,7 +41,7 @@ demo: build
 	fi
 	build/default/bin/vstat scan $(DEMO_STORE)
 
-test: test-default test-asan test-tsan
+test: test-default test-asan test-tsan test-fuzz
 
 test-default: build
 	ctest --preset default
@@ -46,6 +56,18 @@ test-tsan: deps
 	cmake --preset tsan
 	cmake --build --preset tsan -j$(JOBS)
 	ctest --preset tsan
+
+# libFuzzer targets: `make fuzz` runs each for FUZZ_SECONDS on a copy of its seed corpus; `make test`
+# runs each briefly so that a regression on the seeds shows in CI.
+fuzz-build: deps deps-fuzz
+	cmake --preset fuzz
+	cmake --build --preset fuzz -j$(JOBS)
+
+fuzz: fuzz-build
+	fuzz/run.sh build/fuzz/fuzz-bin $(FUZZ_SECONDS)
+
+test-fuzz: fuzz-build
+	fuzz/run.sh build/fuzz/fuzz-bin $(FUZZ_CI_SECONDS)
 
 clean:
 	rm -rf build
