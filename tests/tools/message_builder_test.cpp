@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "mime_outline.h"
+#include "message_shape_check.h"
 
 using vorlane::mkstore::MessageBuilder;
 using vorlane::mkstore::MessageShape;
@@ -13,7 +13,6 @@ using vorlane::mkstore::Prng;
 using vorlane::mkstore::TextBlocks;
 using vorlane::mkstore::kShapeCount;
 using vorlane::mkstore::shapeTraits;
-using vorlane::testing::MimeOutline;
 
 namespace {
 
@@ -71,12 +70,7 @@ TEST(MessageBuilder, EveryShapeIsWellFormedAndHasItsClaimedStructure) {
       Prng rng(1000 * s + sample);
       std::string msg;
       builder.build(shape, crlf, owner, sample % 4 == 0, rng, msg);
-      MimeOutline outline;
-      std::string why;
-      ASSERT_TRUE(vorlane::testing::outlineMessage(msg, outline, why))
-          << shapeTraits(shape).name << " sample " << sample << ": " << why;
-      EXPECT_EQ(vorlane::testing::shapeOf(outline), shapeTraits(shape).name) << "sample " << sample;
-      EXPECT_EQ(outline.type, shapeTraits(shape).topType);
+      EXPECT_EQ(vorlane::testing::shapeOf(msg), shapeTraits(shape).name) << "sample " << sample << "\n" << msg.substr(0, 2000);
       EXPECT_TRUE(lineEndsAre(msg, crlf)) << shapeTraits(shape).name << " sample " << sample;
     }
   }
