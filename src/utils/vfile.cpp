@@ -40,7 +40,7 @@ int creationMode(VFile::CreationFlags creation) {
 
 }  // namespace
 
-VFile::VFile() : fd_(-1) {}
+VFile::VFile() : fd_(-1), offset_(-1) {}
 
 VFile::~VFile() { close(); }
 
@@ -88,6 +88,7 @@ bool VFile::doOpen(const char* name, int flags) {
   int fd = open64(name, flags, 0600);
   if (fd == -1) return false;
   fd_ = fd;
+  offset_ = 0;
   lock_.init(fd);
   return postOpenOp(fd, (flags & O_ACCMODE) == O_RDONLY ? "r" : "w");
 }
@@ -98,12 +99,13 @@ void VFile::close() {
   lock_.detach();
   ::close(fd_);
   fd_ = -1;
+  offset_ = -1;
   // Bytes buffered from this descriptor must not be served after a later open.
   resetBuffers();
 }
 
 bool VFile::truncate() {
-  off64_t pos = lseek64(fd_, 0, SEEK_CUR);
+  const long long pos = i_tell64();
   if (pos == -1) return false;
   return ftruncate64(fd_, pos) == 0;
 }
@@ -118,17 +120,30 @@ void VFile::unlock() { lock_.unlock(); }
 
 bool VFile::isClosed() const { return fd_ == -1; }
 
-int VFile::i_read(char* buf, unsigned len) { return static_cast<int>(::read(fd_, buf, len)); }
+int VFile::i_read(char* buf, unsigned len) {
+  const ssize_t n = ::read(fd_, buf, len);
+  if (n > 0 && offset_ >= 0) offset_ += n;
+  return static_cast<int>(n);
+}
 
-int VFile::i_write(const char* buf, unsigned len) { return static_cast<int>(::write(fd_, buf, len)); }
+int VFile::i_write(const char* buf, unsigned len) {
+  offset_ = -1;
+  return static_cast<int>(::write(fd_, buf, len));
+}
 
-int VFile::i_seek(long offset, int whence) { return lseek64(fd_, offset, whence) == -1 ? -1 : 0; }
+int VFile::i_seek(long offset, int whence) { return i_seek64(offset, whence); }
 
-long VFile::i_tell() { return static_cast<long>(static_cast<int32_t>(lseek64(fd_, 0, SEEK_CUR))); }
+long VFile::i_tell() { return static_cast<long>(static_cast<int32_t>(i_tell64())); }
 
-int VFile::i_seek64(long long offset, int whence) { return lseek64(fd_, offset, whence) == -1 ? -1 : 0; }
+int VFile::i_seek64(long long offset, int whence) {
+  offset_ = lseek64(fd_, offset, whence);
+  return offset_ == -1 ? -1 : 0;
+}
 
-long long VFile::i_tell64() { return lseek64(fd_, 0, SEEK_CUR); }
+long long VFile::i_tell64() {
+  if (offset_ < 0) offset_ = lseek64(fd_, 0, SEEK_CUR);
+  return offset_;
+}
 
 bool VFile::postOpenOp(int, const char*) { return true; }
 

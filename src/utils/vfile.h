@@ -1,6 +1,8 @@
 // A buffered stream over a POSIX file descriptor, with an advisory whole-file lock bound to it.
 // Opens by fopen-like mode string or by access and creation flags; every open uses mode 0600 for
 // new files. close() (and the destructor) flushes, releases the lock and closes the descriptor.
+// The descriptor offset is remembered across reads and seeks, so that asking for the position costs no
+// system call; moving the offset through fd() behind the VFile's back is therefore not supported.
 // Threading: one thread at a time; the lock member only accepts requests from the thread that
 // constructed the VFile.
 #pragma once
@@ -70,6 +72,7 @@ class VFile : public VFileStream {
 
  private:
   int fd_;
+  long long offset_;  // the descriptor offset, or -1 when unknown (after a write, which O_APPEND may move)
   VFLock lock_;
 };
 
