@@ -19,6 +19,7 @@
 #include "stat/job_channel.h"
 #include "stat/statistic.h"
 #include "stat/vstat_messages.h"
+#include "utils/vfile.h"
 
 // Names never entered as domains, mailboxes or folders (compared without case); ends with a null entry.
 extern const char* const forbiddenDirs[];
@@ -84,4 +85,8 @@ class StoreTarget {
   JobChannel* server;
   vorlane::vstat::ProcessStoreReqBuffT request{};
   std::string reportPath = kDefaultReportPath;
+  // One reader reopened for every message file, so that its buffers and lock member are set up once per
+  // job rather than once per message; closed again before processFile returns. The walk never locks it,
+  // so the thread binding of its lock member does not matter.
+  vorlane::utils::VFile messageFile;
 };

@@ -57,18 +57,22 @@ bool StoreTarget::processFile(const std::string& domain, const std::string& mail
     logError("Skipping " + path + ": not a regular file\n");
     return false;
   }
-  VFile file;
-  if (!file.doOpen(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY)) {
+  // Whatever happens below, the descriptor is given back before the next message.
+  struct CloseOnExit {
+    VFile& file;
+    ~CloseOnExit() { file.close(); }
+  } closeOnExit{messageFile};
+  if (!messageFile.doOpen(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY)) {
     logError("Unable to open file" + path + " for reading.\n");
     return false;
   }
   struct stat opened;
-  if (::fstat(file.fd(), &opened) != 0 || !S_ISREG(opened.st_mode)) {
+  if (::fstat(messageFile.fd(), &opened) != 0 || !S_ISREG(opened.st_mode)) {
     logError("Skipping " + path + ": not a regular file\n");
     return false;
   }
   // The mail server may hold locks on its files; a statistics reader takes none and never waits.
-  std::unique_ptr<mail_struct> tree(mail_struct::parse(&file));
+  std::unique_ptr<mail_struct> tree(mail_struct::parse(&messageFile));
   const MessageClassification message = classifyMessage(tree.get());
   statistic.addMessageInfo(domain, mailbox, folder, type, "", static_cast<unsigned long long>(info.st_size),
                            message.headerSize, message.plainTextSize, message.htmlSize, message.rtfSize,
