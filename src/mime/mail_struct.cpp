@@ -45,30 +45,62 @@ void mail_struct::process_header(char* line) {
   char* value = split_header(line);
   if (value == nullptr) return;
   const char* name = line;
-  if (equals_nocase(name, "Content-Transfer-Encoding")) {
-    encoding.assign(value, token_length(value, false));
-  } else if (equals_nocase(name, "Content-Disposition")) {
-    disposition.assign(value, token_length(value, true));
-    disposition_params.clear();
-    disposition_params.parse(value);
-  } else if (equals_nocase(name, "Content-Description")) {
-    content_description.assign(value);
-  } else if (equals_nocase(name, "Content-ID")) {
-    content_id.assign(value);
-  } else if (equals_nocase(name, "Content-MD5")) {
-    content_md5.assign(value);
-  } else if (equals_nocase(name, "Content-Location")) {
-    content_location.assign(value);
-  } else if (equals_nocase(name, "Content-Class")) {
-    content_class.assign(value);
-  } else if (equals_nocase(name, "Content-Type")) {
-    envelope.set_parameter(name, value);
-    content_type.assign(envelope.content_type.get());
-    content_subtype.assign(envelope.content_subtype.get());
-    content_params = envelope.content_params;
-  } else {
-    envelope.set_parameter(name, value);
+  // The part keeps only "Content-" headers; the letter after the prefix picks the candidates.
+  const bool content = starts_with_nocase(name, "Content-");
+  switch (content ? ascii_lower(name[8]) : '\0') {
+    case 't':
+      if (equals_nocase(name, "Content-Transfer-Encoding")) {
+        encoding.assign(value, token_length(value, false));
+        return;
+      }
+      if (equals_nocase(name, "Content-Type")) {
+        envelope.set_parameter(name, value);
+        content_type.assign(envelope.content_type.get());
+        content_subtype.assign(envelope.content_subtype.get());
+        content_params = envelope.content_params;
+        return;
+      }
+      break;
+    case 'd':
+      if (equals_nocase(name, "Content-Disposition")) {
+        disposition.assign(value, token_length(value, true));
+        disposition_params.clear();
+        disposition_params.parse(value);
+        return;
+      }
+      if (equals_nocase(name, "Content-Description")) {
+        content_description.assign(value);
+        return;
+      }
+      break;
+    case 'i':
+      if (equals_nocase(name, "Content-ID")) {
+        content_id.assign(value);
+        return;
+      }
+      break;
+    case 'm':
+      if (equals_nocase(name, "Content-MD5")) {
+        content_md5.assign(value);
+        return;
+      }
+      break;
+    case 'l':
+      if (equals_nocase(name, "Content-Location")) {
+        content_location.assign(value);
+        return;
+      }
+      break;
+    case 'c':
+      if (equals_nocase(name, "Content-Class")) {
+        content_class.assign(value);
+        return;
+      }
+      break;
+    default:
+      break;
   }
+  envelope.set_parameter(name, value);
 }
 
 bool mail_struct::is(const char* type, const char* subtype) const {

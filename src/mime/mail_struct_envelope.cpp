@@ -71,47 +71,73 @@ void mail_struct_envelope::parse_content_type(const char* value) {
 }
 
 void mail_struct_envelope::set_parameter(const char* name, const char* value) {
-  if (equals_nocase(name, "Importance")) {
-    if (starts_with_nocase(value, "low")) {
-      importance = IMPORTANCE_LOW;
-    } else if (starts_with_nocase(value, "normal")) {
-      importance = IMPORTANCE_NORMAL;
-    } else if (starts_with_nocase(value, "high")) {
-      importance = IMPORTANCE_HIGH;
-    }
-  } else if (equals_nocase(name, "Content-Type")) {
-    parse_content_type(value);
-    if (!starts_with_nocase(value, "text/") && !starts_with_nocase(value, "multipart/alternative")) {
-      has_attachment = 1;
-    }
-  } else if (equals_nocase(name, "From")) {
-    from.reset(mail_addr_parse(value));
-  } else if (equals_nocase(name, "Sender")) {
-    sender.reset(mail_addr_parse(value));
-  } else if (equals_nocase(name, "Reply-To")) {
-    reply_to.reset(mail_addr_parse(value));
-  } else if (equals_nocase(name, "To")) {
-    to.reset(mail_addr_parse(value));
-  } else if (equals_nocase(name, "Cc")) {
-    cc.reset(mail_addr_parse(value));
-  } else if (equals_nocase(name, "Bcc")) {
-    bcc.reset(mail_addr_parse(value));
-  } else if (equals_nocase(name, "Date")) {
-    date.assign(strip_comments(value).c_str());
-  } else if (equals_nocase(name, "Subject")) {
-    subject.assign(value);
-  } else if (equals_nocase(name, "Newsgroups")) {
-    newsgroups.assign(value);
-  } else if (equals_nocase(name, "Disposition-Notification-To")) {
-    disposition_notification_to.assign(value);
-  } else if (equals_nocase(name, "In-Reply-To")) {
-    in_reply_to.assign(value);
-  } else if (equals_nocase(name, "Message-ID")) {
-    message_id.assign(value);
-  } else if (equals_nocase(name, "Message-Context")) {
-    message_context.assign(value);
-  } else if (equals_nocase(name, "X-Priority")) {
-    x_priority = std::strtol(value, nullptr, 10);
+  // Every header of every part comes through here: the first letter picks the one or two names it can be,
+  // so most headers (Received, X-Mailer, ...) are dismissed without a single string comparison.
+  switch (ascii_lower(name[0])) {
+    case 'b':
+      if (equals_nocase(name, "Bcc")) bcc.reset(mail_addr_parse(value));
+      break;
+    case 'c':
+      if (equals_nocase(name, "Content-Type")) {
+        parse_content_type(value);
+        if (!starts_with_nocase(value, "text/") && !starts_with_nocase(value, "multipart/alternative")) {
+          has_attachment = 1;
+        }
+      } else if (equals_nocase(name, "Cc")) {
+        cc.reset(mail_addr_parse(value));
+      }
+      break;
+    case 'd':
+      if (equals_nocase(name, "Date")) {
+        date.assign(strip_comments(value).c_str());
+      } else if (equals_nocase(name, "Disposition-Notification-To")) {
+        disposition_notification_to.assign(value);
+      }
+      break;
+    case 'f':
+      if (equals_nocase(name, "From")) from.reset(mail_addr_parse(value));
+      break;
+    case 'i':
+      if (equals_nocase(name, "Importance")) {
+        if (starts_with_nocase(value, "low")) {
+          importance = IMPORTANCE_LOW;
+        } else if (starts_with_nocase(value, "normal")) {
+          importance = IMPORTANCE_NORMAL;
+        } else if (starts_with_nocase(value, "high")) {
+          importance = IMPORTANCE_HIGH;
+        }
+      } else if (equals_nocase(name, "In-Reply-To")) {
+        in_reply_to.assign(value);
+      }
+      break;
+    case 'm':
+      if (equals_nocase(name, "Message-ID")) {
+        message_id.assign(value);
+      } else if (equals_nocase(name, "Message-Context")) {
+        message_context.assign(value);
+      }
+      break;
+    case 'n':
+      if (equals_nocase(name, "Newsgroups")) newsgroups.assign(value);
+      break;
+    case 'r':
+      if (equals_nocase(name, "Reply-To")) reply_to.reset(mail_addr_parse(value));
+      break;
+    case 's':
+      if (equals_nocase(name, "Sender")) {
+        sender.reset(mail_addr_parse(value));
+      } else if (equals_nocase(name, "Subject")) {
+        subject.assign(value);
+      }
+      break;
+    case 't':
+      if (equals_nocase(name, "To")) to.reset(mail_addr_parse(value));
+      break;
+    case 'x':
+      if (equals_nocase(name, "X-Priority")) x_priority = std::strtol(value, nullptr, 10);
+      break;
+    default:
+      break;
   }
 }
 
