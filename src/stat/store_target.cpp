@@ -163,9 +163,12 @@ bool StoreTarget::processMessageFiles(const std::string& directory, const std::s
   const std::string messageDirectory = directory + "/#msgs";
   DirStreamGuard dir(messageDirectory.c_str());
   if (!dir.getDir()) return false;  // a folder without messages
+  // Message files are looked up from the open directory rather than by their whole path.
+  const int dirFd = ::dirfd(dir.getDir()->stream);
   while (dirent* entry = readdirstat(dir.getDir())) {
     if (!vorlane::tiny::fext(entry->d_name, "eml")) continue;
-    processFile(domain, mailbox, relativePath, messageDirectory + "/" + entry->d_name, type);
+    messagePath.assign(messageDirectory).append("/").append(entry->d_name);
+    processFile(domain, mailbox, relativePath, dirFd, entry->d_name, messagePath, type);
     if (stopRequested()) return true;
   }
   return false;

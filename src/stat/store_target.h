@@ -53,9 +53,10 @@ class StoreTarget {
   // Counts one message per index line; false when the index cannot be opened.
   bool parseIndexFld(const std::string& domain, const std::string& mailbox, const std::string& folder,
                      const std::string& indexPath, Collection::FolderType type);
-  // Parses one message file and counts it; false (with an error line) when it cannot be looked at.
+  // Parses one message file and counts it; false (with an error line naming path) when it cannot be
+  // looked at. name is looked up from the directory open as dirFd (AT_FDCWD: name is path).
   bool processFile(const std::string& domain, const std::string& mailbox, const std::string& folder,
-                   const std::string& path, Collection::FolderType type);
+                   int dirFd, const char* name, const std::string& path, Collection::FolderType type);
 
   const Statistic& getStatistic() const { return statistic; }
   unsigned getMailboxCount() const { return mailboxCount; }
@@ -89,4 +90,5 @@ class StoreTarget {
   // job rather than once per message; closed again before processFile returns. The walk never locks it,
   // so the thread binding of its lock member does not matter.
   vorlane::utils::VFile messageFile;
+  std::string messagePath;  // the path of the message file being read, for error lines
 };

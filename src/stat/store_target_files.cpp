@@ -44,9 +44,10 @@ bool StoreTarget::parseIndexFld(const std::string& domain, const std::string& ma
 }
 
 bool StoreTarget::processFile(const std::string& domain, const std::string& mailbox, const std::string& folder,
-                              const std::string& path, Collection::FolderType type) {
+                              int dirFd, const char* name, const std::string& path,
+                              Collection::FolderType type) {
   struct stat info;
-  if (::stat(path.c_str(), &info) != 0) {
+  if (::fstatat(dirFd, name, &info, 0) != 0) {
     logError("Error obtaining file info " + path + "\n");
     return false;
   }
@@ -62,7 +63,7 @@ bool StoreTarget::processFile(const std::string& domain, const std::string& mail
     VFile& file;
     ~CloseOnExit() { file.close(); }
   } closeOnExit{messageFile};
-  if (!messageFile.doOpen(path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY)) {
+  if (!messageFile.doOpenAt(dirFd, name, O_RDONLY | O_NONBLOCK | O_NOCTTY)) {
     logError("Unable to open file" + path + " for reading.\n");
     return false;
   }

@@ -80,12 +80,14 @@ bool VFile::wOpen(const char* name, AccessFlags access, CreationFlags creation) 
   return open(name, access, creation);
 }
 
-bool VFile::doOpen(const char* name, int flags) {
+bool VFile::doOpen(const char* name, int flags) { return doOpenAt(AT_FDCWD, name, flags); }
+
+bool VFile::doOpenAt(int dirFd, const char* name, int flags) {
   if (fd_ != -1) {
     errno = EBUSY;
     return false;
   }
-  int fd = open64(name, flags, 0600);
+  int fd = openat64(dirFd, name, flags, 0600);
   if (fd == -1) return false;
   fd_ = fd;
   offset_ = 0;

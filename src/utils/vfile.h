@@ -40,6 +40,9 @@ class VFile : public VFileStream {
   // Raw open64(name, flags, 0600). Refused (false, errno EBUSY) while a descriptor is open, so a
   // second open never leaks the first descriptor. On success binds the lock and returns postOpenOp.
   bool doOpen(const char* name, int flags);
+  // As doOpen, with a relative name looked up from the directory open as dirFd (AT_FDCWD: the working
+  // directory), which spares a walk that opens many files of one directory the lookup of the whole path.
+  bool doOpenAt(int dirFd, const char* name, int flags);
   // Flushes (result ignored), releases the lock, closes. Does nothing when already closed.
   void close();
   // Cuts the file at the descriptor's current position; buffered output is not flushed first.
