@@ -3,6 +3,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace vorlane {
@@ -106,26 +107,21 @@ class AddrLexer {
   }
 
   static void trim(std::string& s) {
+    size_t e = s.size();
+    while (e > 0 && isSpace(s[e - 1])) --e;
+    s.resize(e);
     size_t b = 0;
     while (b < s.size() && isSpace(s[b])) ++b;
-    size_t e = s.size();
-    while (e > b && isSpace(s[e - 1])) --e;
-    s = s.substr(b, e - b);
+    s.erase(0, b);
   }
 
   const char* p_;
   std::string comment_;
 };
 
-char* dupString(const std::string& s) {
-  char* copy = static_cast<char*>(std::malloc(s.size() + 1));
-  if (copy != nullptr) std::memcpy(copy, s.c_str(), s.size() + 1);
-  return copy;
-}
-
 // A display name: words separated by one space, dots kept where they were ("John Q. Public").
-std::string joinPhrase(const std::vector<Token>& words) {
-  std::string out;
+void joinPhrase(const std::vector<Token>& words, std::string& out) {
+  out.clear();
   for (const Token& t : words) {
     if (t.kind == kWord) {
       if (!out.empty()) out += ' ';
@@ -134,7 +130,26 @@ std::string joinPhrase(const std::vector<Token>& words) {
       out += '.';
     }
   }
-  return out.substr(0, kMaxField);
+  if (out.size() > kMaxField) out.resize(kMaxField);
+}
+
+// local part or domain: words and dots joined as written.
+void joinSpec(const std::vector<Token>& tokens, size_t from, size_t to, std::string& out) {
+  out.clear();
+  for (size_t i = from; i < to; ++i) {
+    if (tokens[i].kind == kWord) {
+      out += tokens[i].text;
+    } else if (tokens[i].special == '.') {
+      out += '.';
+    }
+  }
+  if (out.size() > kMaxField) out.resize(kMaxField);
+}
+
+// Copies s with its terminator to dst and returns the byte behind it.
+char* copyOut(char* dst, const std::string& s) {
+  std::memcpy(dst, s.c_str(), s.size() + 1);
+  return dst + s.size() + 1;
 }
 
 class AddrListParser {
@@ -147,7 +162,7 @@ class AddrListParser {
     while (tok_.kind != kEnd && count_ < kMaxAddresses) {
       words_.clear();
       while (tok_.kind != kEnd && !isDelimiter(tok_)) {
-        words_.push_back(tok_);
+        words_.push_back(std::move(tok_));
         lex_.next(tok_);
       }
       if (tok_.kind == kSpecial && tok_.special == ':') {
@@ -186,56 +201,55 @@ class AddrListParser {
 
   // "phrase <@route,@route:local@domain>": the route is dropped, the phrase becomes the display name.
   void readAngleAddress() {
-    std::string personal = joinPhrase(words_);
-    std::vector<Token> inner;
+    joinPhrase(words_, phrase_);
+    inner_.clear();
     lex_.next(tok_);
     while (tok_.kind != kEnd && !(tok_.kind == kSpecial && tok_.special == '>')) {
       if (tok_.kind == kSpecial && tok_.special == ':') {
-        inner.clear();
+        inner_.clear();
       } else {
-        inner.push_back(tok_);
+        inner_.push_back(std::move(tok_));
       }
       lex_.next(tok_);
     }
     skipToSeparator();
-    addAddrSpec(inner, personal.empty() ? lex_.comment() : personal);
+    addAddrSpec(inner_, phrase_.empty() ? lex_.comment() : phrase_);
   }
 
-  // local-part '@' domain, split at the last '@'; words and dots are joined as written.
+  // local-part '@' domain, split at the last '@'.
   void addAddrSpec(const std::vector<Token>& tokens, const std::string& personal) {
     size_t at = tokens.size();
     for (size_t i = 0; i < tokens.size(); ++i) {
       if (tokens[i].kind == kSpecial && tokens[i].special == '@') at = i;
     }
-    std::string local = joinSpec(tokens, 0, at);
-    if (local.empty()) return;
+    joinSpec(tokens, 0, at, local_);
+    if (local_.empty()) return;
     const bool hasHost = at < tokens.size();
-    std::string host = hasHost ? joinSpec(tokens, at + 1, tokens.size()) : std::string();
-    append(personal, local, host, hasHost);
+    if (hasHost) joinSpec(tokens, at + 1, tokens.size(), host_);
+    append(personal, local_, hasHost ? &host_ : nullptr);
   }
 
-  static std::string joinSpec(const std::vector<Token>& tokens, size_t from, size_t to) {
-    std::string out;
-    for (size_t i = from; i < to; ++i) {
-      if (tokens[i].kind == kWord) {
-        out += tokens[i].text;
-      } else if (tokens[i].special == '.') {
-        out += '.';
-      }
-    }
-    return out.substr(0, kMaxField);
-  }
-
-  void append(const std::string& personal, const std::string& mailbox, const std::string& host, bool hasHost) {
-    mail_addr* a = static_cast<mail_addr*>(std::calloc(1, sizeof(mail_addr)));
+  // The entry and its strings share one allocation, so mail_addr_free releases an entry with one free.
+  void append(const std::string& personal, const std::string& mailbox, const std::string* host) {
+    size_t size = sizeof(mail_addr) + mailbox.size() + 1;
+    if (!personal.empty()) size += personal.size() + 1;
+    if (host != nullptr) size += host->size() + 1;
+    mail_addr* a = static_cast<mail_addr*>(std::malloc(size));
     if (a == nullptr) return;
-    a->personal = personal.empty() ? nullptr : dupString(personal);
-    a->mailbox = dupString(mailbox);
-    a->host = hasHost ? dupString(host) : nullptr;
-    if (a->mailbox == nullptr) {
-      mail_addr_free(a);
-      return;
+    char* text = reinterpret_cast<char*>(a + 1);
+    a->mailbox = text;
+    text = copyOut(text, mailbox);
+    a->personal = nullptr;
+    if (!personal.empty()) {
+      a->personal = text;
+      text = copyOut(text, personal);
     }
+    a->host = nullptr;
+    if (host != nullptr) {
+      a->host = text;
+      copyOut(text, *host);
+    }
+    a->next = nullptr;
     *tail_ = a;
     tail_ = &a->next;
     ++count_;
@@ -243,7 +257,12 @@ class AddrListParser {
 
   AddrLexer lex_;
   Token tok_;
+  // Scratch reused for every address of the list.
   std::vector<Token> words_;
+  std::vector<Token> inner_;
+  std::string phrase_;
+  std::string local_;
+  std::string host_;
   mail_addr* head_ = nullptr;
   mail_addr** tail_ = &head_;
   size_t count_ = 0;
@@ -259,10 +278,7 @@ mail_addr* mail_addr_parse(const char* value) {
 void mail_addr_free(mail_addr* addr) {
   while (addr != nullptr) {
     mail_addr* next = addr->next;
-    std::free(addr->personal);
-    std::free(addr->mailbox);
-    std::free(addr->host);
-    std::free(addr);
+    std::free(addr);  // the strings live in the entry's own allocation
     addr = next;
   }
 }

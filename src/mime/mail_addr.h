@@ -17,7 +17,8 @@ struct mail_addr {
   mail_addr* next;
 };
 
-// Parses a header value into a new chain (all strings from malloc); null when it holds no address.
+// Parses a header value into a new chain; null when it holds no address. Each entry is one malloc block
+// that also holds its strings: entries are released only through mail_addr_free, never field by field.
 mail_addr* mail_addr_parse(const char* value);
 // Frees a whole chain; null is allowed.
 void mail_addr_free(mail_addr* addr);
