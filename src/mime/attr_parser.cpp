@@ -2,6 +2,7 @@
 
 #include <strings.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
 
@@ -87,16 +88,6 @@ void AttrParser::AttrPart::setName(const char* text) { copyBounded(name, text, s
 
 void AttrParser::AttrPart::setValue(const char* text) { copyBounded(value, text, sizeof(value)); }
 
-bool AttrParser::AttrPart::operator<(const AttrPart& other) const {
-  const int c = strcasecmp(name, other.name);
-  if (c != 0) return c < 0;
-  return number < other.number;
-}
-
-bool AttrParser::AttrPart::operator==(const AttrPart& other) const {
-  return strcasecmp(name, other.name) == 0 && number == other.number;
-}
-
 // ---- input ----
 
 AttrParser::~AttrParser() { std::free(ownedInput_); }
@@ -112,6 +103,8 @@ void AttrParser::fixBug20265() {
   enum State { kName = 1, kValue = 3, kBeforeParameters = 4 };
   const char* in = input_;
   if (in == nullptr) return;
+  // Blanks are only ever dropped behind the "?=" that closes an encoded word.
+  if (std::strstr(in, "?=") == nullptr) return;
   const size_t length = std::strlen(in);
   // The copy is made only at the first byte that has to go, so a clean value costs no allocation.
   char* fixed = nullptr;
@@ -362,8 +355,27 @@ void AttrParser::resynchronise() {
   pos_ = restIsBlank(from) ? from + std::strlen(from) : from + 1;
 }
 
+void AttrParser::storePart(const AttrPart& part, PartList& parts) {
+  StoredPart stored;
+  stored.name = parts_text_.size();
+  parts_text_.append(part.name, std::strlen(part.name) + 1);
+  stored.value = parts_text_.size();
+  parts_text_.append(part.value, std::strlen(part.value) + 1);
+  stored.number = part.number;
+  stored.extended = part.extended;
+  parts.push_back(stored);
+}
+
+void AttrParser::sortParts(PartList& parts) const {
+  std::stable_sort(parts.begin(), parts.end(), [this](const StoredPart& a, const StoredPart& b) {
+    const int c = strcasecmp(partName(a), partName(b));
+    return c != 0 ? c < 0 : a.number < b.number;
+  });
+}
+
 bool AttrParser::attrParse(std::vector<mail_attr>& out) {
   errors_.clear();
+  parts_text_.clear();
   PartList parts;
   AttrPart scratch;
   while (parts.size() < kMaxParts && fetchNextToken() != T_END) {
@@ -371,17 +383,17 @@ bool AttrParser::attrParse(std::vector<mail_attr>& out) {
     if (lookaheadToken_ == T_SEMICOLON && restIsBlank(pos_)) break;
     scratch.clear();
     if (GRuleP(scratch)) {
-      parts.push_back(scratch);
+      storePart(scratch, parts);
     } else {
       resynchronise();
     }
   }
   lookahead_ = false;
-  parts.sort();  // std::list::sort is a stable merge sort: repeated names keep their order
+  sortParts(parts);  // stable: repeated names keep their order
   std::string value;
   for (PartList::const_iterator it = parts.begin(); it != parts.end();) {
     mail_attr attr;
-    copyBounded(attr.name, it->name, kMaxNameLength + 1);
+    copyBounded(attr.name, partName(*it), kMaxNameLength + 1);
     getRejoinedValue(it, parts.end(), value);
     attr.value = dupString(value);
     if (attr.value != nullptr) out.push_back(attr);
@@ -391,6 +403,7 @@ bool AttrParser::attrParse(std::vector<mail_attr>& out) {
 
 bool AttrParser::namedAttrParse(const char* name, char* out, unsigned size) {
   errors_.clear();
+  parts_text_.clear();
   const char* const saved = pos_;
   const size_t nameLength = name == nullptr ? 0 : std::strlen(name);
   PartList found;
@@ -409,7 +422,7 @@ bool AttrParser::namedAttrParse(const char* name, char* out, unsigned size) {
     // leaves no message behind: only problems of the wanted parameter count against the result.
     const size_t errorsBefore = errors_.size();
     if (GRuleP(part) && strcasecmp(part.name, name) == 0) {
-      found.push_back(part);
+      storePart(part, found);
       search = pos_;
     } else {
       errors_.resize(errorsBefore);
@@ -421,7 +434,7 @@ bool AttrParser::namedAttrParse(const char* name, char* out, unsigned size) {
     errors_.push_back(kMsgNotFound);
     return false;
   }
-  found.sort();
+  sortParts(found);
   std::string value;
   PartList::const_iterator it = found.begin();
   getRejoinedValue(it, found.end(), value);
@@ -472,25 +485,25 @@ void AttrParser::recodeToUtf8(const std::string& charset, const char* encoded, s
 }
 
 void AttrParser::getRejoinedValue(PartList::const_iterator& it, PartList::const_iterator end, std::string& out) {
-  const AttrPart& first = *it;
-  const bool boundary = isBoundaryName(first.name);
+  const StoredPart& first = *it;
+  const char* const name = partName(first);
+  const bool boundary = isBoundaryName(name);
   out.clear();
-  out.reserve(512);
   std::string charset;
   if (first.extended) {
-    const int offset = getCharset(first.value, charset);
-    if (!charset.empty()) recodeToUtf8(charset, first.value + offset, out);
+    const int offset = getCharset(partValue(first), charset);
+    if (!charset.empty()) recodeToUtf8(charset, partValue(first) + offset, out);
   } else {
-    out = first.value;
+    out = partValue(first);
   }
   ++it;
   // Only numbered sections continue; a repeated unnumbered parameter starts a run of its own.
   if (first.number >= 0) {
-    for (; it != end && strcasecmp(it->name, first.name) == 0; ++it) {
+    for (; it != end && strcasecmp(partName(*it), name) == 0; ++it) {
       if (!it->extended) {
-        out += it->value;
+        out += partValue(*it);
       } else if (!charset.empty()) {
-        recodeToUtf8(charset, it->value, out);
+        recodeToUtf8(charset, partValue(*it), out);
       }
     }
   }

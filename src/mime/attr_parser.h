@@ -2,12 +2,14 @@
 // (RFC 2045 parameters, quoted strings, RFC 2231 numbered and extended sections with charset and
 // language). Sections of one parameter are joined in section order and extended values are brought to
 // UTF-8. Problems never leave the parser: each becomes one message in the error list and whatever parsed
-// is kept. Works in place on the caller's text (which must outlive the parser) with fixed buffers:
+// is kept. Works in place on the caller's text (which must outlive the parser) with fixed buffers for
+// the token and the section being read; finished sections keep only their text, packed in one buffer:
 // tokens and section values hold at most 1023 characters, result names at most 31; at most 1024
 // sections are read per header and a named lookup tries at most 64 occurrences of the name.
 // Not thread-safe; one parser per header value.
 #pragma once
 
+#include <cstddef>
 #include <exception>
 #include <list>
 #include <string>
@@ -38,9 +40,6 @@ class AttrParser : private boost::noncopyable {
     void clear();
     void setName(const char* text);
     void setValue(const char* text);
-    // Name case-insensitively, then section number: the order in which sections are joined.
-    bool operator<(const AttrPart& other) const;
-    bool operator==(const AttrPart& other) const;
   };
 
   // Thrown by the grammar rules and caught by GRuleP; never leaves the parser.
@@ -79,7 +78,14 @@ class AttrParser : private boost::noncopyable {
   static void decodeHvalue(const char* in, std::string& out);
 
  private:
-  typedef std::list<AttrPart> PartList;
+  // A finished section: its name and value are terminated strings at these offsets in parts_text_.
+  struct StoredPart {
+    size_t name;
+    size_t value;
+    int number;
+    bool extended;
+  };
+  typedef std::vector<StoredPart> PartList;
 
   Tokens getNextToken();
   Tokens fetchNextToken();
@@ -97,6 +103,11 @@ class AttrParser : private boost::noncopyable {
   void GRuleF(AttrPart& part);
 
   void resynchronise();
+  void storePart(const AttrPart& part, PartList& parts);
+  const char* partName(const StoredPart& part) const { return parts_text_.data() + part.name; }
+  const char* partValue(const StoredPart& part) const { return parts_text_.data() + part.value; }
+  // Name case-insensitively, then section number, keeping the written order of equal keys.
+  void sortParts(PartList& parts) const;
   void getRejoinedValue(PartList::const_iterator& it, PartList::const_iterator end, std::string& out);
   void recodeToUtf8(const std::string& charset, const char* encoded, std::string& out);
 
@@ -108,6 +119,7 @@ class AttrParser : private boost::noncopyable {
   bool lookahead_ = false;
   Tokens lookaheadToken_ = T_END;
   std::list<std::string> errors_;
+  std::string parts_text_;
 };
 
 }  // namespace impl
