@@ -28,7 +28,13 @@ bool isSpace(char c) { return c == ' ' || c == '\t' || c == '\r' || c == '\n'; }
 bool isAtomChar(unsigned char c) {
   if (c >= 128) return true;  // raw 8-bit display names are common enough to keep
   if (c <= 32 || c == 127) return false;
-  return std::strchr("()<>@,;:\".[]", c) == nullptr;
+  switch (c) {
+    case '(': case ')': case '<': case '>': case '@': case ',': case ';': case ':':
+    case '"': case '.': case '[': case ']':
+      return false;
+    default:
+      return true;
+  }
 }
 
 void appendBounded(std::string& s, char c) {
@@ -60,7 +66,10 @@ class AddrLexer {
       readDomainLiteral(t.text);
     } else if (isAtomChar(c)) {
       t.kind = kWord;
-      while (isAtomChar(static_cast<unsigned char>(*p_))) appendBounded(t.text, *p_++);
+      const char* start = p_;
+      while (isAtomChar(static_cast<unsigned char>(*p_))) ++p_;
+      const size_t length = static_cast<size_t>(p_ - start);
+      t.text.assign(start, length < kMaxField ? length : kMaxField);
     } else {
       t.kind = kSpecial;
       t.special = *p_++;
