@@ -9,6 +9,7 @@
 #include <string>
 #include <vector>
 
+#include "../support/temp_dir.h"
 #include "json_writer.h"
 
 namespace vorlane {
@@ -17,23 +18,6 @@ namespace {
 
 class MimeCommandTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    char pattern[] = "/tmp/vstat_mime_test_XXXXXX";
-    ASSERT_NE(mkdtemp(pattern), nullptr);
-    dir_ = pattern;
-  }
-  void TearDown() override {
-    for (const std::string& f : files_) unlink(f.c_str());
-    rmdir(dir_.c_str());
-  }
-
-  std::string writeFile(const std::string& name, const std::string& content) {
-    const std::string path = dir_ + "/" + name;
-    std::ofstream(path, std::ios::binary) << content;
-    files_.push_back(path);
-    return path;
-  }
-
   int run(std::vector<std::string> args) {
     std::vector<char*> argv;
     for (std::string& a : args) argv.push_back(&a[0]);
@@ -42,8 +26,7 @@ class MimeCommandTest : public ::testing::Test {
     return runMimeCommandTo(static_cast<int>(argv.size()), argv.data(), out_, err_);
   }
 
-  std::string dir_;
-  std::vector<std::string> files_;
+  testing::TempDir dir_;
   std::ostringstream out_;
   std::ostringstream err_;
 };
@@ -52,7 +35,7 @@ class MimeCommandTest : public ::testing::Test {
 // line (1) and "hi" without the LF that goes to the closing boundary (2); LF + "--b--\n" (7). The scan
 // counts the mixed message's first part, a plain text of 3 bytes, as its text body.
 TEST_F(MimeCommandTest, JsonOutputCarriesEveryCountOfEveryPart) {
-  const std::string path = writeFile("m.eml", "Content-Type: multipart/mixed; boundary=b\n\n--b\n\nhi\n--b--\n");
+  const std::string path = dir_.write("m.eml", "Content-Type: multipart/mixed; boundary=b\n\n--b\n\nhi\n--b--\n");
   ASSERT_EQ(run({"--json", path}), 0);
   EXPECT_EQ(out_.str(),
             "{\"file\":\"" + path +
@@ -65,7 +48,7 @@ TEST_F(MimeCommandTest, JsonOutputCarriesEveryCountOfEveryPart) {
 }
 
 TEST_F(MimeCommandTest, TextOutputIndentsChildrenUnderTheirPart) {
-  const std::string path = writeFile("fwd.eml",
+  const std::string path = dir_.write("fwd.eml",
                                      "Content-Type: multipart/mixed; boundary=\"x y\"\n\n--x y\n"
                                      "Content-Type: message/rfc822\n\nSubject: inner\n\nbegin 644 f\n#86)C\nend\n"
                                      "--x y--\n");
@@ -84,7 +67,7 @@ TEST_F(MimeCommandTest, TextOutputIndentsChildrenUnderTheirPart) {
 TEST_F(MimeCommandTest, RejectedMessageIsReportedAsNotParsed) {
   std::string deep;
   for (int i = 0; i < 201; ++i) deep += "Content-Type: message/rfc822\n\n";
-  const std::string path = writeFile("deep.eml", deep);
+  const std::string path = dir_.write("deep.eml", deep);
   ASSERT_EQ(run({"--json", path}), 0);
   EXPECT_EQ(out_.str(), "{\"file\":\"" + path +
                            "\",\"parsed\":false,\"tree\":null,\"classification\":{\"header\":0,\"plain\":0,"
@@ -92,11 +75,11 @@ TEST_F(MimeCommandTest, RejectedMessageIsReportedAsNotParsed) {
 }
 
 TEST_F(MimeCommandTest, UnreadableFilesAreNamedAndTheOthersStillShown) {
-  const std::string good = writeFile("good.eml", "\nbody\n");
-  const std::string missing = dir_ + "/missing.eml";
-  EXPECT_EQ(run({"--json", missing, dir_, good}), 1);
+  const std::string good = dir_.write("good.eml", "\nbody\n");
+  const std::string missing = dir_.file("missing.eml");
+  EXPECT_EQ(run({"--json", missing, dir_.path(), good}), 1);
   EXPECT_NE(err_.str().find(missing + ": No such file or directory"), std::string::npos) << err_.str();
-  EXPECT_NE(err_.str().find(dir_ + " is not a regular file"), std::string::npos) << err_.str();
+  EXPECT_NE(err_.str().find(dir_.path() + " is not a regular file"), std::string::npos) << err_.str();
   EXPECT_EQ(out_.str().find("missing"), std::string::npos);
   EXPECT_NE(out_.str().find("\"file\":\"" + good + "\""), std::string::npos);
 }

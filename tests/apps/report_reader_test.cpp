@@ -11,7 +11,7 @@
 #include <sstream>
 #include <string>
 
-#include <unistd.h>
+#include "../support/temp_dir.h"
 
 namespace vorlane {
 namespace cli {
@@ -136,21 +136,17 @@ TEST(ReportReader, CollectionsAreBounded) {
 }
 
 TEST(ReportReader, FileErrorsNameThePathAndTheReason) {
-  char dir[] = "/tmp/vstat_reader_XXXXXX";
-  ASSERT_NE(mkdtemp(dir), nullptr);
-  const std::string big = std::string(dir) + "/big.xml";
-  std::ofstream(big, std::ios::binary) << "<vlsStoreStatistic version='0.3'>\n" << std::string(kMaxReportBytes, ' ');
+  const testing::TempDir dir;
+  const std::string big = dir.write("big.xml", "<vlsStoreStatistic version='0.3'>\n" + std::string(kMaxReportBytes, ' '));
   struct Case { std::string path; const char* reason; };
-  for (const Case& c : {Case{std::string(dir) + "/missing.xml", "No such file or directory"},
-                        Case{dir, "Is a directory"}, Case{big, "larger than"}}) {
+  for (const Case& c : {Case{dir.file("missing.xml"), "No such file or directory"},
+                        Case{dir.path(), "Is a directory"}, Case{big, "larger than"}}) {
     ReportSummary r;
     std::string error;
     EXPECT_FALSE(readReport(c.path, r, error)) << c.path;
     EXPECT_NE(error.find("'" + c.path + "'"), std::string::npos) << error;
     EXPECT_NE(error.find(c.reason), std::string::npos) << error;
   }
-  std::remove(big.c_str());
-  rmdir(dir);
 }
 
 }  // namespace

@@ -5,7 +5,6 @@
 // file, so these tests do not disturb a real scan running beside them; the whole scan with the real
 // server is covered by the end-to-end tests.
 #include <fcntl.h>
-#include <ftw.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -20,6 +19,7 @@
 #include <string>
 #include <vector>
 
+#include "../support/temp_dir.h"
 #include "commands.h"
 #include "stat/vstat_messages.h"
 #include "vcom/message_types.h"
@@ -155,12 +155,12 @@ ScanResult scan(std::vector<std::string> args) {
   std::vector<char*> argv;
   for (std::string& a : args) argv.push_back(&a[0]);
   argv.push_back(nullptr);
-  testing::internal::CaptureStdout();
-  testing::internal::CaptureStderr();
+  ::testing::internal::CaptureStdout();
+  ::testing::internal::CaptureStderr();
   ScanResult r;
   r.status = runScanCommand(static_cast<int>(args.size()), argv.data());
-  r.out = testing::internal::GetCapturedStdout();
-  r.err = testing::internal::GetCapturedStderr();
+  r.out = ::testing::internal::GetCapturedStdout();
+  r.err = ::testing::internal::GetCapturedStderr();
   return r;
 }
 
@@ -170,20 +170,10 @@ std::string selfPath() {
   return n > 0 ? std::string(path, static_cast<size_t>(n)) : std::string();
 }
 
-int removeEntry(const char* path, const struct stat*, int, struct FTW*) { return std::remove(path); }
-
 // A temporary directory holding a store with an empty mail/ directory.
 class ScanCommandTest : public ::testing::Test {
  protected:
-  void SetUp() override {
-    char dir[] = "/tmp/vstat_scan_XXXXXX";
-    ASSERT_NE(mkdtemp(dir), nullptr);
-    dir_ = dir;
-    store_ = dir_ + "/store";
-    ASSERT_EQ(mkdir(store_.c_str(), 0700), 0);
-    ASSERT_EQ(mkdir((store_ + "/mail").c_str(), 0700), 0);
-  }
-  void TearDown() override { nftw(dir_.c_str(), removeEntry, 16, FTW_DEPTH | FTW_PHYS); }
+  void SetUp() override { ASSERT_FALSE(temp_.mkdirs("store/mail").empty()); }
 
   void writeFile(const std::string& path, const char* text, mode_t mode) {
     std::ofstream(path) << text;
@@ -197,8 +187,9 @@ class ScanCommandTest : public ::testing::Test {
     return r;
   }
 
-  std::string dir_;
-  std::string store_;
+  testing::TempDir temp_;
+  const std::string dir_ = temp_.path();
+  const std::string store_ = temp_.file("store");
 };
 
 TEST_F(ScanCommandTest, UsageErrorsExitWithTwo) {

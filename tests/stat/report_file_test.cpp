@@ -9,7 +9,9 @@
 
 #include <gtest/gtest.h>
 
-#include "scratch_dir.h"
+#include "../support/temp_dir.h"
+
+using vorlane::testing::TempDir;
 
 namespace {
 
@@ -30,7 +32,7 @@ int entryCount(const std::string& dir) {
 }
 
 TEST(ReportFile, ReplacesAnExistingFileWholeAndLeavesNoTemporary) {
-  ScratchDir dir;
+  TempDir dir;
   std::string path = dir.write("report.xml", "old text that is longer than the new one");
   std::string error;
   ASSERT_TRUE(replaceFileContents(path, "new", error)) << error;
@@ -39,7 +41,7 @@ TEST(ReportFile, ReplacesAnExistingFileWholeAndLeavesNoTemporary) {
 }
 
 TEST(ReportFile, PlantedSymlinkIsReplacedAndItsTargetUntouched) {
-  ScratchDir dir;
+  TempDir dir;
   std::string target = dir.write("victim", "precious");
   std::string path = dir.path() + "/report.xml";
   ASSERT_EQ(::symlink(target.c_str(), path.c_str()), 0);
@@ -53,7 +55,7 @@ TEST(ReportFile, PlantedSymlinkIsReplacedAndItsTargetUntouched) {
 }
 
 TEST(ReportFile, PermissionsFollowTheUmask) {
-  ScratchDir dir;
+  TempDir dir;
   for (mode_t mask : {mode_t(022), mode_t(077)}) {
     mode_t old = ::umask(mask);
     std::string path = dir.path() + "/report.xml";
@@ -67,7 +69,7 @@ TEST(ReportFile, PermissionsFollowTheUmask) {
 }
 
 TEST(ReportFile, DirectoryInTheWayFailsWithPathAndReasonAndCleansUp) {
-  ScratchDir dir;
+  TempDir dir;
   std::string path = dir.mkdirs("report.xml");
   std::string error;
   EXPECT_FALSE(replaceFileContents(path, "x", error));
@@ -77,7 +79,7 @@ TEST(ReportFile, DirectoryInTheWayFailsWithPathAndReasonAndCleansUp) {
 }
 
 TEST(ReportFile, MissingDirectoryFailsWithReason) {
-  ScratchDir dir;
+  TempDir dir;
   std::string error;
   EXPECT_FALSE(replaceFileContents(dir.path() + "/no/such/report.xml", "x", error));
   EXPECT_NE(error.find("No such file or directory"), std::string::npos) << error;

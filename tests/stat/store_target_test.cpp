@@ -11,7 +11,9 @@
 
 #include <gtest/gtest.h>
 
-#include "scratch_dir.h"
+#include "../support/temp_dir.h"
+
+using vorlane::testing::TempDir;
 
 namespace {
 
@@ -68,7 +70,7 @@ class StoreWalk : public ::testing::Test {
     return value("Any folder class - any folder type", type, sum);
   }
 
-  ScratchDir store;
+  TempDir store;
   FakeChannel channel;
   StoreTarget target{&channel};
   std::string reportPath = store.path() + "/report.xml";

@@ -12,7 +12,7 @@
 #include <map>
 #include <string>
 
-#include "temp_dir.h"
+#include "../support/temp_dir.h"
 
 using vorlane::testing::TempDir;
 namespace tiny = vorlane::tiny;

@@ -18,12 +18,12 @@
 
 #include "message_shape_check.h"
 #include "mkstore/output_files.h"
-#include "temp_store_dir.h"
+#include "../support/temp_dir.h"
 
 using vorlane::mkstore::Manifest;
 using vorlane::mkstore::StoreOptions;
 using vorlane::mkstore::generateStore;
-using vorlane::testing::TempStoreDir;
+using vorlane::testing::TempDir;
 
 namespace {
 
@@ -167,12 +167,12 @@ void describeTree(const std::string& dir, const std::string& rel, std::string& o
 class GeneratedStore : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    dir_ = new TempStoreDir;
+    dir_ = new TempDir;
     ASSERT_FALSE(dir_->path().empty());
     StoreOptions options;
     options.messages = 400;
     options.seed = 11;
-    options.outDir = dir_->sub("store");
+    options.outDir = dir_->file("store");
     std::string error;
     ASSERT_TRUE(generateStore(options, manifest_, error)) << error;
   }
@@ -180,12 +180,12 @@ class GeneratedStore : public ::testing::Test {
     delete dir_;
     dir_ = nullptr;
   }
-  static std::string mailRoot() { return dir_->sub("store/mail"); }
+  static std::string mailRoot() { return dir_->file("store/mail"); }
 
-  static TempStoreDir* dir_;
+  static TempDir* dir_;
   static Manifest manifest_;
 };
-TempStoreDir* GeneratedStore::dir_ = nullptr;
+TempDir* GeneratedStore::dir_ = nullptr;
 Manifest GeneratedStore::manifest_;
 
 }  // namespace
@@ -266,7 +266,7 @@ TEST_F(GeneratedStore, EveryWalkedMessageIsWellFormedAndTheShapeCountsMatch) {
 }
 
 TEST(StoreGenerator, TheSameSeedGivesAByteIdenticalStoreAndAnotherSeedDoesNot) {
-  TempStoreDir dir;
+  TempDir dir;
   ASSERT_FALSE(dir.path().empty());
   std::string trees[3];
   const uint64_t seeds[3] = {5, 5, 6};
@@ -274,7 +274,7 @@ TEST(StoreGenerator, TheSameSeedGivesAByteIdenticalStoreAndAnotherSeedDoesNot) {
     StoreOptions options;
     options.messages = 100;
     options.seed = seeds[i];
-    options.outDir = dir.sub("s" + std::to_string(i));
+    options.outDir = dir.file("s" + std::to_string(i));
     Manifest manifest;
     std::string error;
     ASSERT_TRUE(generateStore(options, manifest, error)) << error;
@@ -287,7 +287,7 @@ TEST(StoreGenerator, TheSameSeedGivesAByteIdenticalStoreAndAnotherSeedDoesNot) {
 }
 
 TEST(StoreGenerator, MessageBytesGrowRoughlyLinearlyWithTheCount) {
-  TempStoreDir dir;
+  TempDir dir;
   ASSERT_FALSE(dir.path().empty());
   uint64_t bytes[2];
   const uint64_t counts[2] = {150, 600};
@@ -295,7 +295,7 @@ TEST(StoreGenerator, MessageBytesGrowRoughlyLinearlyWithTheCount) {
     StoreOptions options;
     options.messages = counts[i];
     options.seed = 3;
-    options.outDir = dir.sub("s" + std::to_string(i));
+    options.outDir = dir.file("s" + std::to_string(i));
     Manifest manifest;
     std::string error;
     ASSERT_TRUE(generateStore(options, manifest, error)) << error;
@@ -307,12 +307,12 @@ TEST(StoreGenerator, MessageBytesGrowRoughlyLinearlyWithTheCount) {
 }
 
 TEST(StoreGenerator, RefusesANonEmptyDirectoryUnlessForcedAndThenReplacesOnlyTheStore) {
-  TempStoreDir dir;
+  TempDir dir;
   ASSERT_FALSE(dir.path().empty());
   std::string error;
-  ASSERT_TRUE(vorlane::mkstore::writeFile(dir.sub("keep.txt"), "x", 1, error));
-  ASSERT_EQ(mkdir(dir.sub("mail").c_str(), 0755), 0);
-  ASSERT_TRUE(vorlane::mkstore::writeFile(dir.sub("mail/stale.txt"), "x", 1, error));
+  ASSERT_TRUE(vorlane::mkstore::writeFile(dir.file("keep.txt"), "x", 1, error));
+  ASSERT_EQ(mkdir(dir.file("mail").c_str(), 0755), 0);
+  ASSERT_TRUE(vorlane::mkstore::writeFile(dir.file("mail/stale.txt"), "x", 1, error));
 
   StoreOptions options;
   options.messages = 5;
@@ -321,26 +321,26 @@ TEST(StoreGenerator, RefusesANonEmptyDirectoryUnlessForcedAndThenReplacesOnlyThe
   Manifest manifest;
   EXPECT_FALSE(generateStore(options, manifest, error));
   EXPECT_NE(error.find(dir.path()), std::string::npos) << error;
-  EXPECT_EQ(access(dir.sub("mail/stale.txt").c_str(), F_OK), 0);
+  EXPECT_EQ(access(dir.file("mail/stale.txt").c_str(), F_OK), 0);
 
   options.force = true;
   ASSERT_TRUE(generateStore(options, manifest, error)) << error;
-  EXPECT_NE(access(dir.sub("mail/stale.txt").c_str(), F_OK), 0);
-  EXPECT_EQ(access(dir.sub("keep.txt").c_str(), F_OK), 0);
+  EXPECT_NE(access(dir.file("mail/stale.txt").c_str(), F_OK), 0);
+  EXPECT_EQ(access(dir.file("keep.txt").c_str(), F_OK), 0);
   EXPECT_EQ(manifest.messageFiles, 5u);
 }
 
 TEST(StoreGenerator, FailuresNameThePathAndTheSystemError) {
-  TempStoreDir dir;
+  TempDir dir;
   ASSERT_FALSE(dir.path().empty());
   struct Case {
     std::string outDir;
     const char* cause;
   };
   std::string error;
-  ASSERT_TRUE(vorlane::mkstore::writeFile(dir.sub("file"), "x", 1, error));
-  for (const Case& c : {Case{dir.sub("missing/parent"), "No such file or directory"},
-                        Case{dir.sub("file"), "not a directory"}}) {
+  ASSERT_TRUE(vorlane::mkstore::writeFile(dir.file("file"), "x", 1, error));
+  for (const Case& c : {Case{dir.file("missing/parent"), "No such file or directory"},
+                        Case{dir.file("file"), "not a directory"}}) {
     StoreOptions options;
     options.messages = 1;
     options.outDir = c.outDir;

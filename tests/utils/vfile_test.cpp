@@ -9,7 +9,7 @@
 #include <sstream>
 #include <string>
 
-#include "../tiny/temp_dir.h"
+#include "../support/temp_dir.h"
 
 using vorlane::testing::TempDir;
 using vorlane::utils::VFile;

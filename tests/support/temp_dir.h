@@ -1,0 +1,50 @@
+// Test helper shared by every test folder: a fresh directory under /tmp, removed with everything in it
+// (links not followed) at scope end, and small helpers to lay out files and directories in it.
+// path() is empty when the directory could not be made. One test thread at a time.
+#pragma once
+
+#include <cstdlib>
+#include <filesystem>
+#include <fstream>
+#include <string>
+
+namespace vorlane {
+namespace testing {
+
+class TempDir {
+ public:
+  TempDir() {
+    char pattern[] = "/tmp/vstat-test-XXXXXX";
+    path_ = mkdtemp(pattern) ? pattern : "";
+  }
+  ~TempDir() {
+    std::error_code ignored;
+    if (!path_.empty()) std::filesystem::remove_all(path_, ignored);
+  }
+  TempDir(const TempDir&) = delete;
+  TempDir& operator=(const TempDir&) = delete;
+
+  const std::string& path() const { return path_; }
+  std::string file(const std::string& relative) const { return path_ + "/" + relative; }
+
+  // Creates every missing directory of path()/relative and returns its full path; "" when that failed.
+  std::string mkdirs(const std::string& relative) const {
+    std::error_code error;
+    std::filesystem::create_directories(file(relative), error);
+    return error ? "" : file(relative);
+  }
+
+  // Writes a file (creating its directories) and returns its full path.
+  std::string write(const std::string& relative, const std::string& content) const {
+    const size_t slash = relative.rfind('/');
+    if (slash != std::string::npos) mkdirs(relative.substr(0, slash));
+    std::ofstream(file(relative), std::ios::binary) << content;
+    return file(relative);
+  }
+
+ private:
+  std::string path_;
+};
+
+}  // namespace testing
+}  // namespace vorlane
