@@ -367,16 +367,30 @@ void AttrParser::storePart(const AttrPart& part, PartList& parts) {
 }
 
 void AttrParser::sortParts(PartList& parts) const {
-  std::stable_sort(parts.begin(), parts.end(), [this](const StoredPart& a, const StoredPart& b) {
+  const auto before = [this](const StoredPart& a, const StoredPart& b) {
     const int c = strcasecmp(partName(a), partName(b));
     return c != 0 ? c < 0 : a.number < b.number;
-  });
+  };
+  // A header's handful of parameters is sorted in place (insertion sort, stable); std::stable_sort, which
+  // allocates a buffer, only for hostile lists where the quadratic worst case would matter.
+  if (parts.size() > 16) {
+    std::stable_sort(parts.begin(), parts.end(), before);
+    return;
+  }
+  for (size_t i = 1; i < parts.size(); ++i) {
+    const StoredPart moving = parts[i];
+    size_t j = i;
+    for (; j > 0 && before(moving, parts[j - 1]); --j) parts[j] = parts[j - 1];
+    parts[j] = moving;
+  }
 }
 
 bool AttrParser::attrParse(std::vector<mail_attr>& out) {
   errors_.clear();
   parts_text_.clear();
+  parts_text_.reserve(256);
   PartList parts;
+  parts.reserve(8);
   AttrPart scratch;
   while (parts.size() < kMaxParts && fetchNextToken() != T_END) {
     // A ';' with nothing after it ("text/plain; charset=x;") is common and harmless: not a problem.
@@ -390,6 +404,7 @@ bool AttrParser::attrParse(std::vector<mail_attr>& out) {
   }
   lookahead_ = false;
   sortParts(parts);  // stable: repeated names keep their order
+  out.reserve(out.size() + parts.size());
   std::string value;
   for (PartList::const_iterator it = parts.begin(); it != parts.end();) {
     mail_attr attr;

@@ -163,7 +163,7 @@ char* copyOut(char* dst, const std::string& s) {
 
 class AddrListParser {
  public:
-  explicit AddrListParser(const char* value) : lex_(value) {}
+  explicit AddrListParser(const char* value) : lex_(value) { words_.reserve(8); }
 
   mail_addr* run() {
     bool inGroup = false;
