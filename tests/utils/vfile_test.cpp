@@ -117,3 +117,39 @@ TEST(VFile, LocksForwardToTheFileAndCloseReleasesThem) {
   a.close();
   EXPECT_TRUE(b.tryLock()) << "closing released the nested lock";
 }
+
+// The position is remembered rather than asked of the descriptor: after every kind of step it must still
+// be what the descriptor says, including appends (which jump to the end) and a reopen.
+TEST(VFile, RememberedPositionAgreesWithTheDescriptor) {
+  TempDir dir;
+  writeFile(dir.file("f"), std::string(10000, 'x'));
+  VFile f;
+  char buf[64];
+  const auto agrees = [&f](const char* step) {
+    EXPECT_EQ(f.i_tell64(), lseek(f.fd(), 0, SEEK_CUR)) << step;
+  };
+  ASSERT_TRUE(f.open(dir.file("f").c_str(), "r+"));
+  agrees("open");
+  ASSERT_EQ(f.read(buf, 10), 10u);
+  agrees("read");
+  EXPECT_EQ(f.tell64(), 10);
+  ASSERT_EQ(f.seek64(9000, SEEK_SET), 0);
+  ASSERT_EQ(f.read(buf, 64), 64u);
+  agrees("seek and read");
+  EXPECT_EQ(f.tell64(), 9064);
+  ASSERT_EQ(f.seek64(-100, SEEK_END), 0);
+  agrees("seek from the end");
+  ASSERT_EQ(f.write("abc", 3), 3u);
+  ASSERT_EQ(f.flush(), 0);
+  agrees("write");
+  EXPECT_EQ(f.tell64(), 9903);
+  EXPECT_NE(f.seek64(-1, SEEK_SET), 0);
+  agrees("failed seek");
+  f.close();
+  ASSERT_TRUE(f.open(dir.file("f").c_str(), "a"));
+  agrees("reopen for appending");
+  ASSERT_EQ(f.write("end", 3), 3u);
+  ASSERT_EQ(f.flush(), 0);
+  agrees("append");
+  EXPECT_EQ(f.tell64(), 10003);
+}
