@@ -8,10 +8,8 @@
 // binary holds a CTest resource lock on that path (tests/e2e/CMakeLists.txt).
 #include <errno.h>
 #include <fcntl.h>
-#include <spawn.h>
 #include <stdlib.h>
 #include <sys/stat.h>
-#include <sys/wait.h>
 #include <unistd.h>
 
 #include <atomic>
@@ -24,10 +22,9 @@
 
 #include <gtest/gtest.h>
 
+#include "../support/temp_dir.h"
 #include "stat/vstat_messages.h"
 #include "vcom/server_process.h"
-
-extern char** environ;
 
 using namespace vorlane;
 using vcom::MsgPtr;
@@ -59,10 +56,6 @@ void writeFile(const std::string& path, const std::string& text) {
   ASSERT_TRUE(out.good()) << "cannot write " << path;
 }
 
-void makeDir(const std::string& path) {
-  ASSERT_TRUE(mkdir(path.c_str(), 0700) == 0 || errno == EEXIST) << path << ": " << strerror(errno);
-}
-
 // A multipart message of about `bytes` bytes, so that parsing it takes measurable time.
 std::string largeMessage(size_t bytes) {
   std::string text =
@@ -78,43 +71,16 @@ void clearReportPath() {
   if (unlink(kReportPath) != 0 && errno != ENOENT) rmdir(kReportPath);
 }
 
-// A private temporary directory, removed with everything below it. rm copes with trees whose paths are
-// longer than PATH_MAX, which a hand-written removal by path would not.
-class Scratch {
+// The scratch directory of one test, with the mailboxes of its store.
+class Scratch : public vorlane::testing::TempDir {
  public:
-  Scratch() {
-    char templ[] = "/tmp/vstat_fault_XXXXXX";
-    if (mkdtemp(templ)) path_ = templ;
-  }
-  ~Scratch() {
-    if (path_.empty()) return;
-    const char* argv[] = {"rm", "-rf", "--", path_.c_str(), nullptr};
-    pid_t pid;
-    if (posix_spawnp(&pid, "rm", nullptr, nullptr, const_cast<char**>(argv), environ) == 0) {
-      int status;
-      waitpid(pid, &status, 0);
-    }
-  }
-  Scratch(const Scratch&) = delete;
-  Scratch& operator=(const Scratch&) = delete;
+  bool ok() const { return !path().empty(); }
+  std::string mail() const { return file("mail"); }
 
-  bool ok() const { return !path_.empty(); }
-  const std::string& path() const { return path_; }
-  // The mail root below the store directory.
-  std::string mail() const { return path_ + "/mail"; }
-
-  // Creates store/mail/domain/mailbox/#msgs and returns the mailbox directory.
+  // Creates mail/domain/mailbox/#msgs and returns the mailbox directory.
   std::string mailbox(const std::string& domain, const std::string& name) const {
-    makeDir(mail());
-    makeDir(mail() + "/" + domain);
-    const std::string dir = mail() + "/" + domain + "/" + name;
-    makeDir(dir);
-    makeDir(dir + "/#msgs");
-    return dir;
+    return mkdirs("mail/" + domain + "/" + name + "/#msgs").empty() ? "" : mail() + "/" + domain + "/" + name;
   }
-
- private:
-  std::string path_;
 };
 
 // One vstatserver child running one statistics job. Local debug lines (where the walk's error lines go)
