@@ -1,9 +1,9 @@
 #include "mime/common_mail_struct.h"
 
-#include <cctype>
 #include <cstring>
 
 #include "mime/mime_get_line.h"
+#include "mime/mime_text.h"
 #include "mime/parse_status.h"
 
 namespace vorlane {
@@ -16,7 +16,7 @@ char* common_mail_struct::split_header(char* line) {
   while (name_end > line && (name_end[-1] == ' ' || name_end[-1] == '\t')) --name_end;
   *name_end = '\0';
   char* value = colon + 1;
-  while (std::isspace(static_cast<unsigned char>(*value))) ++value;
+  while (ascii_space(*value)) ++value;
   return value;
 }
 

@@ -1,6 +1,5 @@
 #include "mime/mail_struct.h"
 
-#include <cctype>
 #include <cstring>
 #include <memory>
 
@@ -18,7 +17,7 @@ namespace {
 // Length of the leading token of a header value: up to white space, or also ';' when `stop_at_semicolon`.
 size_t token_length(const char* value, bool stop_at_semicolon) {
   size_t len = 0;
-  while (value[len] != '\0' && !std::isspace(static_cast<unsigned char>(value[len])) &&
+  while (value[len] != '\0' && !ascii_space(value[len]) &&
          !(stop_at_semicolon && value[len] == ';')) {
     ++len;
   }

@@ -1,6 +1,5 @@
 #include "mime/mail_struct_envelope.h"
 
-#include <cctype>
 #include <cstdlib>
 #include <cstring>
 #include <string>
@@ -30,7 +29,7 @@ std::string strip_comments(const char* value) {
       out += *p;
     }
   }
-  while (!out.empty() && std::isspace(static_cast<unsigned char>(out.back()))) out.pop_back();
+  while (!out.empty() && ascii_space(out.back())) out.pop_back();
   return out;
 }
 
@@ -55,7 +54,7 @@ void mail_struct_envelope::parse_content_type(const char* value) {
   }
   size_t token_len = 0;
   while (value[token_len] != '\0' && value[token_len] != ';' &&
-         !std::isspace(static_cast<unsigned char>(value[token_len]))) {
+         !ascii_space(value[token_len])) {
     ++token_len;
   }
   const void* slash = std::memchr(value, '/', token_len);

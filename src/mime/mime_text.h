@@ -1,6 +1,6 @@
-// Small case-insensitive text tests shared by the MIME structure parser. Header names are compared for
-// every header line against a dozen known names, so the first character is tested inline before the
-// library comparison runs. ASCII only; a null text never matches. Pure functions.
+// Small text tests shared by the MIME structure parser: case-insensitive comparisons and white space.
+// Header names are compared for every header line against a dozen known names, so the first character is
+// tested inline before the library comparison runs. ASCII only; a null text never matches. Pure functions.
 #pragma once
 
 #include <strings.h>
@@ -9,6 +9,9 @@
 
 namespace vorlane {
 namespace mime {
+
+// White space as the C locale sees it (space, \t, \n, \v, \f, \r), without a library call per byte.
+inline bool ascii_space(char c) { return c == ' ' || (c >= '\t' && c <= '\r'); }
 
 inline char ascii_lower(char c) { return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c; }
 

@@ -4,7 +4,6 @@
 #include <emmintrin.h>
 #endif
 
-#include <cctype>
 #include <cstdint>
 #include <cstring>
 
@@ -21,7 +20,7 @@ namespace {
 enum uu_state { UU_OFF = 0, UU_WATCHING = 1, UU_IN_BLOCK = 2, UU_DONE = 3 };
 
 bool is_blank(char c) { return c == ' ' || c == '\t'; }
-bool is_space(char c) { return std::isspace(static_cast<unsigned char>(c)) != 0; }
+bool is_space(char c) { return ascii_space(c); }
 
 // "begin", white space, optional further white space, then the first digit of the file mode. The scan
 // stays inside one line buffer.
