@@ -43,8 +43,10 @@ struct MatchCase {
 
 }  // namespace
 
-// Whole relative path, ASCII case ignored; public folders never equal a plain folder name.
-TEST(Collection, MatchFolderAppliesPublicTypeFolderTypeAndNameRules) {
+// Names are whole relative paths, ASCII case ignored; public folders never equal a plain folder name but
+// are named by their marked path: "#public", then "/user" when set, then "/folder" when set. Substrings
+// are tested first, anywhere in the name and ignoring case; then the whole names.
+TEST(Collection, MatchFolderAppliesPublicTypeFolderTypeNameAndSubstringRules) {
   const Rule inbox{kMail, 0, Collection::AnyOf, {"INBOX"}, {}};
   const Rule notInboxOrSent{kMail, 0, Collection::NoneOf, {"INBOX", "Sent Items"}, {}};
   const Rule allOfNone{kMail, 0, Collection::AllOf, {}, {}};
@@ -73,39 +75,16 @@ TEST(Collection, MatchFolderAppliesPublicTypeFolderTypeAndNameRules) {
       {Rule{Collection::AnyFolderType, 0, 0, {}, {}}, {"#public", "Projects", "", kMail}, false},
       {Rule{kMail, 1, 0, {}, {}}, {"example.com", "alice", "INBOX", kMail}, false},
       {Rule{kMail, 1, 0, {}, {}}, {"example.com", "#public", "Shared", kMail}, true},
-  };
-  for (const MatchCase& c : cases) {
-    Collection collection;
-    applyRule(collection, c.rule);
-    EXPECT_EQ(collection.matchFolder(c.folder.domain, c.folder.user, c.folder.folder, c.folder.type), c.matches)
-        << "comparison " << c.rule.comparison << ", folder " << c.folder.domain << " | " << c.folder.user << " | "
-        << c.folder.folder;
-  }
-}
-
-// A public folder is named "#public", then "/user" when set, then "/folder" when set.
-TEST(Collection, PublicFoldersAreMatchedByTheirMarkedPath) {
-  const MatchCase cases[] = {
+      // Public folders by their marked path; a public user in another domain: the domain and the user are
+      // not part of the name.
       {Rule{kMail, 1, Collection::AnyOf, {"#PUBLIC/projects/plans"}, {}},
        {"#public", "Projects", "Plans", kMail}, true},
       {Rule{kMail, 1, Collection::AnyOf, {"#public/Projects"}, {}}, {"#public", "Projects", "", kMail}, true},
       {Rule{kMail, 1, Collection::AnyOf, {"#public/Plans"}, {}}, {"#public", "", "Plans", kMail}, true},
       {Rule{kMail, 1, Collection::AnyOf, {"#public"}, {}}, {"#public", "", "", kMail}, true},
-      // A public user in another domain: the domain and the user are not part of the name.
       {Rule{kMail, 1, Collection::AnyOf, {"#public/Plans"}, {}}, {"example.com", "#public", "Plans", kMail}, true},
       {Rule{kMail, 1, Collection::AnyOf, {"Plans"}, {}}, {"#public", "Projects", "Plans", kMail}, false},
-  };
-  for (const MatchCase& c : cases) {
-    Collection collection;
-    applyRule(collection, c.rule);
-    EXPECT_EQ(collection.matchFolder(c.folder.domain, c.folder.user, c.folder.folder, c.folder.type), c.matches)
-        << c.rule.names[0] << " vs " << c.folder.domain << " | " << c.folder.user << " | " << c.folder.folder;
-  }
-}
-
-// Substrings are tested first, anywhere in the name and ignoring case; then the whole names.
-TEST(Collection, SubstringPatternsFollowTheComparisonMode) {
-  const MatchCase cases[] = {
+      // Substrings.
       {Rule{kMail, 0, Collection::AnyOf, {}, {"ARCH"}}, {"d", "u", "Old/Archive", kMail}, true},
       {Rule{kMail, 0, Collection::AnyOf, {}, {"arch"}}, {"d", "u", "Inbox", kMail}, false},
       {Rule{kMail, 0, Collection::AllOf, {}, {"old", "arch"}}, {"d", "u", "Old/Archive", kMail}, true},
@@ -122,7 +101,8 @@ TEST(Collection, SubstringPatternsFollowTheComparisonMode) {
     Collection collection;
     applyRule(collection, c.rule);
     EXPECT_EQ(collection.matchFolder(c.folder.domain, c.folder.user, c.folder.folder, c.folder.type), c.matches)
-        << "comparison " << c.rule.comparison << ", folder " << c.folder.folder;
+        << "comparison " << c.rule.comparison << ", folder " << c.folder.domain << " | " << c.folder.user << " | "
+        << c.folder.folder;
   }
 }
 
