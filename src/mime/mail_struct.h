@@ -5,7 +5,8 @@
 // line end before a boundary attributed to the boundary line and the boundary lines to their multipart.
 // Limits: nesting depth 200 (deeper makes the whole parse fail), 64 nested boundaries (deeper multiparts
 // are read as plain text), lines of MIME_LINE_MAX bytes, headers of MIME_HEADER_MAX bytes.
-// Not thread-safe: a tree is built and read by one thread.
+// Not thread-safe: a tree is built and read by one thread. parse keeps its reading state (about 32 KiB)
+// per thread, so parses on different threads do not share anything.
 #pragma once
 
 #include <cstdint>
