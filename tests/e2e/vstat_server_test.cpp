@@ -11,6 +11,7 @@
 
 #include <gtest/gtest.h>
 
+#include "../support/temp_dir.h"
 #include "stat/vstat_messages.h"
 #include "stat/vstat_server.h"
 #include "vcom/server_process.h"
@@ -103,11 +104,9 @@ TEST(VstatServerEvents, ProgressEventCarriesItsFieldsAtTheirOffsets) {
 }
 
 TEST(VstatServerDebug, VstatDebugNamesTheFileForLocalDebugLines) {
-  char path[] = "/tmp/vstat_debug_XXXXXX";
-  const int fd = mkstemp(path);
-  ASSERT_GE(fd, 0);
-  close(fd);
-  setenv("VSTAT_DEBUG", path, 1);
+  const vorlane::testing::TempDir dir;
+  const std::string path = dir.file("debug.log");
+  setenv("VSTAT_DEBUG", path.c_str(), 1);
   vcom::ServerProcess server;
   const bool started = server.start(VSTAT_BIN_DIR "/vstatserver");
   unsetenv("VSTAT_DEBUG");
@@ -122,7 +121,6 @@ TEST(VstatServerDebug, VstatDebugNamesTheFileForLocalDebugLines) {
   std::ifstream in(path);
   std::stringstream text;
   text << in.rdbuf();
-  unlink(path);
   const std::string lines = text.str();
   EXPECT_NE(lines.find(" VStatServer started\n"), std::string::npos) << lines;
   EXPECT_NE(lines.find(" received message header, Seq: " + std::to_string(seq) + " Type:10 Size: 16\n"),

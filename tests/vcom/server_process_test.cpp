@@ -14,6 +14,7 @@
 
 #include <gtest/gtest.h>
 
+#include "../support/temp_dir.h"
 #include "vcom/message_types.h"
 #include "vcom/server_process.h"
 
@@ -43,23 +44,14 @@ std::string frame(uint64_t size, uint32_t type, uint32_t seq, size_t payloadByte
 
 class FakeServer : public ::testing::Test {
  protected:
-  void TearDown() override {
-    for (const std::string& path : scripts_) unlink(path.c_str());
-  }
-
   std::string script(const std::string& body, mode_t mode = 0700) {
-    char path[] = "/tmp/vstat_fake_server_XXXXXX";
-    const int fd = mkstemp(path);
-    EXPECT_GE(fd, 0);
-    const std::string text = "#!/bin/sh\n" + body;
-    EXPECT_EQ(static_cast<ssize_t>(text.size()), write(fd, text.data(), text.size()));
-    close(fd);
-    chmod(path, mode);
-    scripts_.push_back(path);
+    const std::string path = dir_.write("server" + std::to_string(++scripts_), "#!/bin/sh\n" + body);
+    EXPECT_EQ(0, chmod(path.c_str(), mode));
     return path;
   }
 
-  std::vector<std::string> scripts_;
+  vorlane::testing::TempDir dir_;
+  int scripts_ = 0;
 };
 
 TEST_F(FakeServer, StartFailuresNameTheProgramAndTheReason) {
