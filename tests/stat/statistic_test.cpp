@@ -192,32 +192,6 @@ TEST_F(StatisticTest, DistributionListClassIsMatchedExactly) {
   EXPECT_EQ(counterOf(statistic, "IPF.Contact - any folder type", Counter::DistributionListCount).getCount(), 1u);
 }
 
-TEST_F(StatisticTest, SignedAndEncryptedMessagesCountTheirSizes) {
-  message("example.com", "alice", "INBOX", kMail, 3000, 100, 0, 0, 0, "IPM.Note", true, false);
-  message("example.com", "alice", "Archive", kMail, 7000, 100, 0, 0, 0, "IPM.Note", true, true);
-  message("example.com", "alice", "INBOX", kMail, 500, 100);
-  EXPECT_EQ(counterOf(statistic, kSummaryNote, Counter::SignedMessageCount).getCount(), 2u);
-  EXPECT_EQ(counterOf(statistic, kSummaryNote, Counter::SignedMessageSize).getSum(), 10000u);
-  EXPECT_EQ(counterOf(statistic, kSummaryNote, Counter::SignedMessageSize).getMax(), 7000u);
-  EXPECT_EQ(counterOf(statistic, kSummaryNote, Counter::EncryptedMessageCount).getCount(), 1u);
-  EXPECT_EQ(counterOf(statistic, kSummaryNote, Counter::EncryptedMessageSize).getSum(), 7000u);
-  EXPECT_EQ(fedCollections(statistic, Counter::SignedMessageCount), Names{kSummaryNote});
-}
-
-TEST_F(StatisticTest, EmptyFolderCountsAsFolderButNotInFolderSize) {
-  statistic.addFolderInfo("example.com", "alice", "Drafts", kMail, 0, 0);
-  const char* drafts = "IPF.Note - folder Drafts";
-  EXPECT_EQ(counterOf(statistic, kSummaryAny, Counter::FolderCount).getCount(), 1u);
-  EXPECT_EQ(counterOf(statistic, drafts, Counter::FolderSize).getCount(), 0u);
-  const HistogramCounter& perFolder =
-      dynamic_cast<const HistogramCounter&>(counterOf(statistic, drafts, Counter::MessageCountPerFolder));
-  EXPECT_EQ(perFolder.getCount(), 1u);
-  EXPECT_EQ(perFolder.getSum(), 0u);
-  EXPECT_EQ(perFolder.getHistogramData()[0].max, 1u);  // no bucket 0: an empty folder is in bucket "1"
-  EXPECT_EQ(perFolder.getHistogramData()[0].count, 1u);
-  EXPECT_EQ(counterOf(statistic, drafts, Counter::FolderCountPerUserTemporary).getCount(), 1u);
-}
-
 TEST_F(StatisticTest, FolderWithoutUserOrNameIsIgnoredExceptThePublicRoot) {
   statistic.addFolderInfo("example.com", "", "INBOX", kMail, 100, 1);
   statistic.addFolderInfo("#public", "", "Plans", kMail, 100, 1);
