@@ -168,7 +168,7 @@ bool StoreTarget::processMessageFiles(const std::string& directory, const std::s
   while (dirent* entry = readdirstat(dir.getDir())) {
     if (!vorlane::tiny::fext(entry->d_name, "eml")) continue;
     messagePath.assign(messageDirectory).append("/").append(entry->d_name);
-    processFile(domain, mailbox, relativePath, dirFd, entry->d_name, messagePath, type);
+    processFile(domain, mailbox, relativePath, MessageEntry{dirFd, entry->d_name, entry->d_type, messagePath}, type);
     if (stopRequested()) return true;
   }
   return false;

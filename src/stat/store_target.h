@@ -53,10 +53,17 @@ class StoreTarget {
   // Counts one message per index line; false when the index cannot be opened.
   bool parseIndexFld(const std::string& domain, const std::string& mailbox, const std::string& folder,
                      const std::string& indexPath, Collection::FolderType type);
-  // Parses one message file and counts it; false (with an error line naming path) when it cannot be
-  // looked at. name is looked up from the directory open as dirFd (AT_FDCWD: name is path).
+  // A message file as the directory listing found it.
+  struct MessageEntry {
+    int dirFd;                // the directory open for lookups (AT_FDCWD: name is a path)
+    const char* name;         // looked up from dirFd
+    unsigned char listedType;  // d_type from the listing; anything but DT_REG is checked with stat first
+    const std::string& path;  // for error lines
+  };
+  // Parses one message file and counts it; false (with an error line naming the path) when it cannot be
+  // looked at.
   bool processFile(const std::string& domain, const std::string& mailbox, const std::string& folder,
-                   int dirFd, const char* name, const std::string& path, Collection::FolderType type);
+                   const MessageEntry& entry, Collection::FolderType type);
 
   const Statistic& getStatistic() const { return statistic; }
   unsigned getMailboxCount() const { return mailboxCount; }

@@ -1,4 +1,5 @@
 // The file readers of the store walk: a folder's status.fld and index.fld, and one message file.
+#include <dirent.h>
 #include <fcntl.h>
 #include <sys/stat.h>
 
@@ -44,26 +45,29 @@ bool StoreTarget::parseIndexFld(const std::string& domain, const std::string& ma
 }
 
 bool StoreTarget::processFile(const std::string& domain, const std::string& mailbox, const std::string& folder,
-                              int dirFd, const char* name, const std::string& path,
-                              Collection::FolderType type) {
-  struct stat info;
-  if (::fstatat(dirFd, name, &info, 0) != 0) {
-    logError("Error obtaining file info " + path + "\n");
-    return false;
-  }
+                              const MessageEntry& entry, Collection::FolderType type) {
+  const std::string& path = entry.path;
   // A message name may belong to a FIFO, socket or device (or a link to one): opening or reading it
-  // could block the walk for ever. Such entries are skipped; the check is repeated on the opened
-  // descriptor, which was opened without blocking, in case the entry changed in between.
-  if (!S_ISREG(info.st_mode)) {
-    logError("Skipping " + path + ": not a regular file\n");
-    return false;
+  // could block the walk for ever. Such entries are skipped before they are opened: by the type the
+  // listing reported, and for links (or a listing without types) by stat. The check is repeated on the
+  // opened descriptor, which was opened without blocking, in case the entry changed in between.
+  if (entry.listedType != DT_REG) {
+    struct stat info;
+    if (::fstatat(entry.dirFd, entry.name, &info, 0) != 0) {
+      logError("Error obtaining file info " + path + "\n");
+      return false;
+    }
+    if (!S_ISREG(info.st_mode)) {
+      logError("Skipping " + path + ": not a regular file\n");
+      return false;
+    }
   }
   // Whatever happens below, the descriptor is given back before the next message.
   struct CloseOnExit {
     VFile& file;
     ~CloseOnExit() { file.close(); }
   } closeOnExit{messageFile};
-  if (!messageFile.doOpenAt(dirFd, name, O_RDONLY | O_NONBLOCK | O_NOCTTY)) {
+  if (!messageFile.doOpenAt(entry.dirFd, entry.name, O_RDONLY | O_NONBLOCK | O_NOCTTY)) {
     logError("Unable to open file" + path + " for reading.\n");
     return false;
   }
@@ -75,7 +79,7 @@ bool StoreTarget::processFile(const std::string& domain, const std::string& mail
   // The mail server may hold locks on its files; a statistics reader takes none and never waits.
   std::unique_ptr<mail_struct> tree(mail_struct::parse(&messageFile));
   const MessageClassification message = classifyMessage(tree.get());
-  statistic.addMessageInfo(domain, mailbox, folder, type, "", static_cast<unsigned long long>(info.st_size),
+  statistic.addMessageInfo(domain, mailbox, folder, type, "", static_cast<unsigned long long>(opened.st_size),
                            message.headerSize, message.plainTextSize, message.htmlSize, message.rtfSize,
                            message.isSigned, message.isEncrypted);
   return true;
