@@ -6,7 +6,6 @@
 #include <strings.h>
 
 #include <memory>
-#include <regex>
 #include <sstream>
 #include <string>
 
@@ -41,22 +40,34 @@ inline bool closesEveryMultipart(const mime::mail_struct* node, const std::strin
   return true;
 }
 
+// True when `text` matches `pattern`, where '*' stands for any run of characters without parentheses (a
+// list of leaves) and '%' for any run at all (a whole subtree).
+inline bool matchesTree(const char* pattern, const char* text) {
+  if (*pattern == '*' || *pattern == '%') {
+    for (const char* t = text;; ++t) {
+      if (matchesTree(pattern + 1, t)) return true;
+      if (*t == '\0' || (*pattern == '*' && (*t == '(' || *t == ')'))) return false;
+    }
+  }
+  return *pattern == *text && (*pattern == '\0' || matchesTree(pattern + 1, text + 1));
+}
+
 // The shape name of a well-formed message (every byte accounted, the header ended by an empty line, every
 // multipart closed), "" otherwise.
 inline std::string shapeOf(const std::string& text) {
-  // In the order of mkstore::MessageShape; attachments are leaves, so "[^(),]" cannot match a nested part.
+  // In the order of mkstore::MessageShape.
   static const char* const kPatterns[mkstore::kShapeCount] = {
       "text/plain",
       "text/html",
-      "multipart/alternative\\(text/plain,text/html\\)",
-      "multipart/alternative\\(text/plain,text/html,text/rtf\\)",
-      "multipart/alternative\\(text/plain,multipart/related\\(text/html(,image/[a-z]+)+\\)\\)",
-      "multipart/mixed\\(text/plain(,[^(),]+)+\\)",
-      "multipart/mixed\\(multipart/alternative\\([^()]+\\)(,[^(),]+)+\\)",
-      "multipart/mixed\\(text/html(,[^(),]+)+\\)",
-      "multipart/mixed\\(text/plain,message/rfc822\\(.+\\)\\)",
-      "multipart/signed\\(.+,application/(pgp|pkcs7)-signature\\)",
-      "multipart/encrypted\\(application/pgp-encrypted,application/octet-stream\\)",
+      "multipart/alternative(text/plain,text/html)",
+      "multipart/alternative(text/plain,text/html,text/rtf)",
+      "multipart/alternative(text/plain,multipart/related(text/html,image/*))",
+      "multipart/mixed(text/plain,*)",
+      "multipart/mixed(multipart/alternative(*),*)",
+      "multipart/mixed(text/html,*)",
+      "multipart/mixed(text/plain,message/rfc822(%))",
+      "multipart/signed(%,application/*-signature)",
+      "multipart/encrypted(application/pgp-encrypted,application/octet-stream)",
       "application/pkcs7-mime",
   };
   std::istringstream in(text);
@@ -67,9 +78,7 @@ inline std::string shapeOf(const std::string& text) {
   if (text.compare(headerEnd, 1, "\n") != 0 && text.compare(headerEnd, 2, "\r\n") != 0) return "";
   const std::string tree = typeTree(root.get());
   for (size_t s = 0; s < mkstore::kShapeCount; ++s) {
-    if (std::regex_match(tree, std::regex(kPatterns[s]))) {
-      return mkstore::shapeTraits(static_cast<mkstore::MessageShape>(s)).name;
-    }
+    if (matchesTree(kPatterns[s], tree.c_str())) return mkstore::shapeTraits(static_cast<mkstore::MessageShape>(s)).name;
   }
   return "";
 }
