@@ -78,7 +78,8 @@ inline std::string shapeOf(const std::string& text) {
   if (text.compare(headerEnd, 1, "\n") != 0 && text.compare(headerEnd, 2, "\r\n") != 0) return "";
   const std::string tree = typeTree(root.get());
   for (size_t s = 0; s < mkstore::kShapeCount; ++s) {
-    if (matchesTree(kPatterns[s], tree.c_str())) return mkstore::shapeTraits(static_cast<mkstore::MessageShape>(s)).name;
+    const mkstore::MessageShape shape = static_cast<mkstore::MessageShape>(s);
+    if (matchesTree(kPatterns[s], tree.c_str())) return mkstore::shapeTraits(shape).name;
   }
   return "";
 }
