@@ -68,7 +68,14 @@ bool StoreTarget::processFile(const std::string& domain, const std::string& mail
     ~CloseOnExit() { file.close(); }
   } closeOnExit{messageFile};
   if (!messageFile.doOpenAt(entry.dirFd, entry.name, O_RDONLY | O_NONBLOCK | O_NOCTTY)) {
-    logError("Unable to open file" + path + " for reading.\n");
+    // A file that is gone by now is reported as one whose status cannot be had, as if it had been
+    // looked up before opening.
+    struct stat info;
+    if (entry.listedType == DT_REG && ::fstatat(entry.dirFd, entry.name, &info, 0) != 0) {
+      logError("Error obtaining file info " + path + "\n");
+    } else {
+      logError("Unable to open file" + path + " for reading.\n");
+    }
     return false;
   }
   struct stat opened;

@@ -2,6 +2,8 @@
 // in which order, and how the walk treats odd entries and a stop request.
 #include "stat/store_target.h"
 
+#include <dirent.h>
+#include <fcntl.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -172,6 +174,14 @@ TEST_F(StoreWalk, EntriesThatCouldBlockAreSkippedWithAnErrorLine) {
   for (const char* name : {"/fifo.eml", "/link.eml", "/device.eml", "/dir.eml"}) {
     EXPECT_TRUE(channel.logged("Skipping " + msgs + name + ": not a regular file")) << name;
   }
+}
+
+// A message listed as a plain file but gone by the time it is opened (the mail server expunged it).
+TEST_F(StoreWalk, MessageGoneBeforeItIsOpenedIsReportedAsWithoutFileInfo) {
+  const std::string path = store.path() + "/gone.eml";
+  StoreTarget::MessageEntry entry{AT_FDCWD, path.c_str(), DT_REG, path};
+  EXPECT_FALSE(target.processFile("a.com", "john", "INBOX", entry, Collection::MailFolder));
+  EXPECT_TRUE(channel.logged("Error obtaining file info " + path + "\n"));
 }
 
 TEST_F(StoreWalk, SymlinkedFoldersAreNotEntered) {
