@@ -64,50 +64,50 @@ const char* counterName(Counter::Type type) {
 namespace {
 
 // One counter of a collection: a counter (value-only or full) when limits is null, else a histogram.
-struct CounterSpec {
+struct CounterDef {
   Counter::Type type;
   bool valueOnly;
   const Limit* limits;
   unsigned int limitCount;
 };
 
-constexpr CounterSpec valueOnly(Counter::Type type) { return CounterSpec{type, true, nullptr, 0}; }
-constexpr CounterSpec plain(Counter::Type type) { return CounterSpec{type, false, nullptr, 0}; }
+constexpr CounterDef valueOnly(Counter::Type type) { return CounterDef{type, true, nullptr, 0}; }
+constexpr CounterDef plain(Counter::Type type) { return CounterDef{type, false, nullptr, 0}; }
 template <size_t N>
-constexpr CounterSpec histogram(Counter::Type type, const Limit (&limits)[N]) {
-  return CounterSpec{type, false, limits, N};
+constexpr CounterDef histogram(Counter::Type type, const Limit (&limits)[N]) {
+  return CounterDef{type, false, limits, N};
 }
 
 struct CounterList {
-  const CounterSpec* specs;
+  const CounterDef* defs;
   size_t size;
 };
 template <size_t N>
-constexpr CounterList list(const CounterSpec (&specs)[N]) {
-  return CounterList{specs, N};
+constexpr CounterList list(const CounterDef (&defs)[N]) {
+  return CounterList{defs, N};
 }
 
-constexpr CounterSpec kFolderCounters[] = {valueOnly(Counter::MessageCount),
+constexpr CounterDef kFolderCounters[] = {valueOnly(Counter::MessageCount),
                                            valueOnly(Counter::FolderCountPerUserTemporary)};
-constexpr CounterSpec kFolderHistograms[] = {
+constexpr CounterDef kFolderHistograms[] = {
     histogram(Counter::MessageSize, kSizeLimits), histogram(Counter::FolderSize, kFolderSizeLimits),
     histogram(Counter::MessageCountPerFolder, kPerFolderLimits),
     histogram(Counter::FolderCountPerUser, kPerUserLimits)};
-constexpr CounterSpec kMailHistograms[] = {
+constexpr CounterDef kMailHistograms[] = {
     histogram(Counter::MessageHeaderSize, kSizeLimits), histogram(Counter::PlainTextBodySize, kSizeLimits),
     histogram(Counter::HtmlBodySize, kSizeLimits), histogram(Counter::RtfBodySize, kSizeLimits),
     histogram(Counter::AttachmentSize, kSizeLimits)};
 
-constexpr CounterSpec kContactSummary[] = {valueOnly(Counter::DistributionListCount)};
-constexpr CounterSpec kNoteSummary[] = {
+constexpr CounterDef kContactSummary[] = {valueOnly(Counter::DistributionListCount)};
+constexpr CounterDef kNoteSummary[] = {
     valueOnly(Counter::MessageCount),         valueOnly(Counter::SignedMessageCount),
     valueOnly(Counter::EncryptedMessageCount), plain(Counter::SignedMessageSize),
     plain(Counter::EncryptedMessageSize),     valueOnly(Counter::OnlyPlainTextCount),
     valueOnly(Counter::OnlyHtmlCount),        valueOnly(Counter::PlainTextAndHtmlCount),
     valueOnly(Counter::PlainTextAndRtfCount), valueOnly(Counter::PlainTextHtmlAndRtfCount)};
-constexpr CounterSpec kAnyFolderSummary[] = {valueOnly(Counter::MessageCount), plain(Counter::MessageSize),
+constexpr CounterDef kAnyFolderSummary[] = {valueOnly(Counter::MessageCount), plain(Counter::MessageSize),
                                              valueOnly(Counter::FolderCount), valueOnly(Counter::DomainCount)};
-constexpr CounterSpec kUserFolderSummary[] = {
+constexpr CounterDef kUserFolderSummary[] = {
     valueOnly(Counter::MessageCount), plain(Counter::MessageSize),
     histogram(Counter::FolderCountPerUser, kPerUserLimits), valueOnly(Counter::FolderCountPerUserTemporary)};
 
@@ -128,14 +128,14 @@ struct Rule {
 
 // A folder-class collection gets the folder counters and histograms, and the mail histograms when
 // its folder type is mail.
-struct FolderClassSpec {
+struct FolderClassDef {
   Rule rule;
   const char* names[5];  // whole folder names; unused entries null
 };
 
 // Notes have no "other folders" collection: notes outside "Notes" are counted only by the summaries
 // of any folder type.
-const FolderClassSpec kFolderClasses[] = {
+const FolderClassDef kFolderClasses[] = {
     {{"IPF.Note - folder INBOX", kMail, kUser, kOneOf}, {"INBOX"}},
     {{"IPF.Note - folder Sent Items", kMail, kUser, kOneOf}, {"Sent Items"}},
     {{"IPF.Note - folder Deleted Items", kMail, kUser, kOneOf}, {"Deleted Items"}},
@@ -160,14 +160,14 @@ const FolderClassSpec kFolderClasses[] = {
     {{"IPF.StickyNote - public folders", Collection::NotesFolder, kPublic, kNoTest}, {}},
 };
 
-struct SummarySpec {
+struct SummaryDef {
   Rule rule;
   CounterList counters;  // added in this order; the report lists them by type
 };
 
 // Appended after the folder classes. The two named "... - any folder type" keep a folder type:
 // their "any" refers to the public type.
-const SummarySpec kSummaries[] = {
+const SummaryDef kSummaries[] = {
     {{"IPF.Contact - any folder type", Collection::ContactsFolder, kEither, kNoTest}, list(kContactSummary)},
     {{"IPF.Note - any folder type", kMail, kEither, kNoTest}, list(kNoteSummary)},
     {{"Any folder class - any folder type", Collection::AnyFolderType, kEither, kNoTest}, list(kAnyFolderSummary)},
@@ -185,7 +185,7 @@ Statistic::CollectionPtr makeCollection(const Rule& rule) {
 
 void addCounters(Collection& collection, const CounterList& counters) {
   for (size_t i = 0; i < counters.size; ++i) {
-    const CounterSpec& counter = counters.specs[i];
+    const CounterDef& counter = counters.defs[i];
     if (counter.limits != nullptr)
       collection.addHistogram(counter.type, counterName(counter.type), counter.limits, counter.limitCount);
     else
@@ -197,18 +197,18 @@ void addCounters(Collection& collection, const CounterList& counters) {
 
 void defineCounters(Statistic& statistic) {
   statistic.purge();
-  for (const FolderClassSpec& spec : kFolderClasses) {
-    const Statistic::CollectionPtr collection = makeCollection(spec.rule);
-    for (const char* folderName : spec.names)
+  for (const FolderClassDef& def : kFolderClasses) {
+    const Statistic::CollectionPtr collection = makeCollection(def.rule);
+    for (const char* folderName : def.names)
       if (folderName != nullptr) collection->folderNames.push_back(folderName);
     addCounters(*collection, list(kFolderCounters));
     addCounters(*collection, list(kFolderHistograms));
-    if (spec.rule.folderType == Collection::MailFolder) addCounters(*collection, list(kMailHistograms));
+    if (def.rule.folderType == Collection::MailFolder) addCounters(*collection, list(kMailHistograms));
     statistic.addMessageCollection(collection);
   }
-  for (const SummarySpec& spec : kSummaries) {
-    const Statistic::CollectionPtr collection = makeCollection(spec.rule);
-    addCounters(*collection, spec.counters);
+  for (const SummaryDef& def : kSummaries) {
+    const Statistic::CollectionPtr collection = makeCollection(def.rule);
+    addCounters(*collection, def.counters);
     statistic.addMessageCollection(collection);
   }
 }
