@@ -235,13 +235,13 @@ bool parseReport(const std::string& text, ReportSummary& summary, std::string& e
   return true;
 }
 
-bool readReport(const std::string& path, ReportSummary& summary, std::string& error) {
+bool readReportText(const std::string& path, std::string& text, std::string& error) {
   std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
   if (!file) {
     error = "cannot open report '" + path + "': " + std::strerror(errno);
     return false;
   }
-  std::string text;
+  text.clear();
   char buffer[65536];
   for (;;) {
     const size_t n = std::fread(buffer, 1, sizeof buffer, file.get());
@@ -259,6 +259,12 @@ bool readReport(const std::string& path, ReportSummary& summary, std::string& er
     error = "cannot read report '" + path + "': " + std::strerror(errno);
     return false;
   }
+  return true;
+}
+
+bool readReport(const std::string& path, ReportSummary& summary, std::string& error) {
+  std::string text;
+  if (!readReportText(path, text, error)) return false;
   if (!parseReport(text, summary, error)) {
     error = "report '" + path + "': " + error;
     return false;

@@ -65,6 +65,8 @@ bool parseReport(const std::string& text, ReportSummary& summary, std::string& e
 // Reads and parses the report file at `path`. Returns false with `error` naming the path and the reason
 // (system error text, size limit, not a report).
 bool readReport(const std::string& path, ReportSummary& summary, std::string& error);
+// The whole text of a report file, refused above kMaxReportBytes; false with the path and reason in error.
+bool readReportText(const std::string& path, std::string& text, std::string& error);
 
 }  // namespace cli
 }  // namespace vorlane

@@ -36,6 +36,7 @@
 #include "progress_display.h"
 #include "report_reader.h"
 #include "report_summary.h"
+#include "stat/report_file.h"
 #include "stat/vstat_messages.h"
 #include "utils/string_utils.h"
 #include "vcom/message_types.h"
@@ -330,61 +331,6 @@ std::string describeExit(const vcom::ChildExit& e) {
   return text;
 }
 
-// Copies the report through a temporary file beside the target, so that FILE is either the whole new
-// report or left as it was.
-bool copyReport(const std::string& from, const std::string& to, std::string& error) {
-  struct Closer {
-    void operator()(std::FILE* f) const { std::fclose(f); }
-  };
-  std::unique_ptr<std::FILE, Closer> in(std::fopen(from.c_str(), "rb"));
-  if (!in) {
-    error = "cannot open '" + from + "': " + std::strerror(errno);
-    return false;
-  }
-  const std::string temp = to + ".part";
-  std::FILE* raw = std::fopen(temp.c_str(), "wb");
-  if (!raw) {
-    error = "cannot create '" + temp + "': " + std::strerror(errno);
-    return false;
-  }
-  std::unique_ptr<std::FILE, Closer> out(raw);
-  char buffer[65536];
-  size_t total = 0;
-  bool ok = true;
-  for (;;) {
-    const size_t n = std::fread(buffer, 1, sizeof buffer, in.get());
-    total += n;
-    if (n > 0 && std::fwrite(buffer, 1, n, out.get()) != n) {
-      error = "cannot write '" + temp + "': " + std::strerror(errno);
-      ok = false;
-      break;
-    }
-    if (n < sizeof buffer) break;
-    if (total > kMaxReportBytes) {
-      error = "'" + from + "' is larger than any report";
-      ok = false;
-      break;
-    }
-  }
-  if (ok && std::ferror(in.get())) {
-    error = "cannot read '" + from + "': " + std::strerror(errno);
-    ok = false;
-  }
-  if (ok && std::fclose(out.release()) != 0) {
-    error = "cannot write '" + temp + "': " + std::strerror(errno);
-    ok = false;
-  }
-  if (ok && std::rename(temp.c_str(), to.c_str()) != 0) {
-    error = "cannot rename '" + temp + "' to '" + to + "': " + std::strerror(errno);
-    ok = false;
-  }
-  if (!ok) {
-    out.reset();
-    std::remove(temp.c_str());
-  }
-  return ok;
-}
-
 vstat::ProcessStoreReqBuffT buildRequest(const ScanOptions& options) {
   vstat::ProcessStoreReqBuffT request;
   std::memset(&request, 0, sizeof request);
@@ -577,10 +523,12 @@ class ScanRun {
     }
 
     int status = outcome_.stopRequested ? kExitFailed : kExitReport;
+    // Read once: the summary and the copy come from the same text, whatever happens to the file later.
+    std::string text;
     ReportSummary report;
     std::string error;
-    if (!readReport(kReportPath, report, error)) {
-      std::fprintf(stderr, "vstat scan: %s\n", error.c_str());
+    if (!readReportText(kReportPath, text, error) || !parseReport(text, report, error)) {
+      std::fprintf(stderr, "vstat scan: %s: %s\n", kReportPath, error.c_str());
       return kExitReportUnusable;
     }
     SummaryOptions summary;
@@ -589,7 +537,7 @@ class ScanRun {
     renderSummary(std::cout, report, summary);
     std::cout << "\nReport: " << kReportPath << "\n";
     if (!options_.reportCopy.empty()) {
-      if (copyReport(kReportPath, options_.reportCopy, error)) {
+      if (replaceFileContents(options_.reportCopy, text, error)) {
         std::cout << "Copied to: " << options_.reportCopy << "\n";
       } else {
         std::fprintf(stderr, "vstat scan: cannot copy the report: %s\n", error.c_str());
