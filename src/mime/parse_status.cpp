@@ -18,6 +18,18 @@ void parse_status::pop_boundary() {
   --boundary_count;
 }
 
+void parse_status::reset() {
+  clear_boundaries();
+  boundary_line_len = 0;
+  end_flag = 0;
+  boundary_hit = 0;
+  header[0] = '\0';
+  line = nullptr;
+  line_len = 0;
+  trailing_term_len = 0;
+  position = -1;
+}
+
 void parse_status::clear_boundaries() {
   while (top != nullptr) pop_boundary();
   boundary_count = 0;

@@ -29,6 +29,10 @@ class parse_status {
   parse_status& operator=(const parse_status&) = delete;
   ~parse_status() { clear_boundaries(); }
 
+  // Back to the state of a new status, for the next message; the buffers are not cleared (every use
+  // writes before it reads).
+  void reset();
+
   // Makes `boundary` the innermost open boundary; the string must outlive its stay on the stack.
   void push_boundary(const char* boundary);
   // Pops the innermost boundary; nothing when the stack is empty.
