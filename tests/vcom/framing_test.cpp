@@ -144,21 +144,6 @@ TEST(Framing, ReceiveBufferCapacityDecidesAndThePayloadIsAlwaysConsumed) {
   }
 }
 
-TEST(Framing, HeaderOnlyMessageReadsNoPayload) {
-  Loopback loop;
-  IOError err;
-  MsgPtr empty = makeMsg(16, 13, 3, 0);
-  MsgPtr next = makeMsg(20, 10, 4, 0);
-  ASSERT_EQ(0, loop.pipe->sendMsg(empty.get(), err));
-  ASSERT_EQ(0, loop.pipe->sendMsg(next.get(), err));
-  Msg hdr;
-  ASSERT_EQ(0, loop.pipe->recvMsgHdr(&hdr, err));
-  MsgPtr buf(Msg::create(16, 0, 0));
-  ASSERT_EQ(0, loop.pipe->recvMsgRest(&hdr, buf.get(), err));
-  ASSERT_EQ(0, loop.pipe->recvMsgHdr(&hdr, err));
-  EXPECT_EQ(hdr.seq, 4u);
-}
-
 // A peer that closes its end, before or inside a header or a body: code 2, and "EOF" in the debug line.
 TEST(Framing, EndOfStreamIsReportedAsEof) {
   struct Case {
