@@ -110,17 +110,25 @@ void describeTree(const std::string& dir, const std::string& rel, std::string& o
   }
 }
 
+// Generates a store of `messages` messages from `seed` into `outDir`.
+::testing::AssertionResult generate(const std::string& outDir, uint64_t messages, uint64_t seed, Manifest& manifest,
+                                    bool force = false) {
+  StoreOptions options;
+  options.messages = messages;
+  options.seed = seed;
+  options.outDir = outDir;
+  options.force = force;
+  std::string error;
+  if (generateStore(options, manifest, error)) return ::testing::AssertionSuccess();
+  return ::testing::AssertionFailure() << error;
+}
+
 class GeneratedStore : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
     dir_ = new TempDir;
     ASSERT_FALSE(dir_->path().empty());
-    StoreOptions options;
-    options.messages = 400;
-    options.seed = 11;
-    options.outDir = dir_->file("store");
-    std::string error;
-    ASSERT_TRUE(generateStore(options, manifest_, error)) << error;
+    ASSERT_TRUE(generate(dir_->file("store"), 400, 11, manifest_));
   }
   static void TearDownTestSuite() {
     delete dir_;
@@ -201,15 +209,11 @@ TEST(StoreGenerator, TheSameSeedGivesAByteIdenticalStoreAndAnotherSeedDoesNot) {
   std::string trees[3];
   const uint64_t seeds[3] = {5, 5, 6};
   for (int i = 0; i < 3; ++i) {
-    StoreOptions options;
-    options.messages = 100;
-    options.seed = seeds[i];
-    options.outDir = dir.file("s" + std::to_string(i));
+    const std::string outDir = dir.file("s" + std::to_string(i));
     Manifest manifest;
-    std::string error;
-    ASSERT_TRUE(generateStore(options, manifest, error)) << error;
+    ASSERT_TRUE(generate(outDir, 100, seeds[i], manifest));
     uint64_t files = 0, bytes = 0;
-    describeTree(options.outDir, "", trees[i], files, bytes);
+    describeTree(outDir, "", trees[i], files, bytes);
     trees[i] += vorlane::mkstore::manifestJson(manifest);
   }
   EXPECT_TRUE(trees[0] == trees[1]) << "two runs with seed 5 differ";
@@ -222,13 +226,8 @@ TEST(StoreGenerator, MessageBytesGrowRoughlyLinearlyWithTheCount) {
   uint64_t bytes[2];
   const uint64_t counts[2] = {150, 600};
   for (int i = 0; i < 2; ++i) {
-    StoreOptions options;
-    options.messages = counts[i];
-    options.seed = 3;
-    options.outDir = dir.file("s" + std::to_string(i));
     Manifest manifest;
-    std::string error;
-    ASSERT_TRUE(generateStore(options, manifest, error)) << error;
+    ASSERT_TRUE(generate(dir.file("s" + std::to_string(i)), counts[i], 3, manifest));
     bytes[i] = manifest.messageBytes;
   }
   const double ratio = static_cast<double>(bytes[1]) / static_cast<double>(bytes[0]);
@@ -244,17 +243,13 @@ TEST(StoreGenerator, RefusesANonEmptyDirectoryUnlessForcedAndThenReplacesOnlyThe
   ASSERT_EQ(mkdir(dir.file("mail").c_str(), 0755), 0);
   ASSERT_TRUE(vorlane::mkstore::writeFile(dir.file("mail/stale.txt"), "x", 1, error));
 
-  StoreOptions options;
-  options.messages = 5;
-  options.seed = 1;
-  options.outDir = dir.path();
   Manifest manifest;
-  EXPECT_FALSE(generateStore(options, manifest, error));
-  EXPECT_NE(error.find(dir.path()), std::string::npos) << error;
+  const ::testing::AssertionResult refused = generate(dir.path(), 5, 1, manifest);
+  EXPECT_FALSE(refused);
+  EXPECT_NE(std::string(refused.message()).find(dir.path()), std::string::npos) << refused.message();
   EXPECT_EQ(access(dir.file("mail/stale.txt").c_str(), F_OK), 0);
 
-  options.force = true;
-  ASSERT_TRUE(generateStore(options, manifest, error)) << error;
+  ASSERT_TRUE(generate(dir.path(), 5, 1, manifest, true));
   EXPECT_NE(access(dir.file("mail/stale.txt").c_str(), F_OK), 0);
   EXPECT_EQ(access(dir.file("keep.txt").c_str(), F_OK), 0);
   EXPECT_EQ(manifest.messageFiles, 5u);
@@ -271,13 +266,11 @@ TEST(StoreGenerator, FailuresNameThePathAndTheSystemError) {
   ASSERT_TRUE(vorlane::mkstore::writeFile(dir.file("file"), "x", 1, error));
   for (const Case& c : {Case{dir.file("missing/parent"), "No such file or directory"},
                         Case{dir.file("file"), "not a directory"}}) {
-    StoreOptions options;
-    options.messages = 1;
-    options.outDir = c.outDir;
     Manifest manifest;
-    error.clear();
-    EXPECT_FALSE(generateStore(options, manifest, error));
-    EXPECT_NE(error.find(c.outDir), std::string::npos) << error;
-    EXPECT_NE(error.find(c.cause), std::string::npos) << error;
+    const ::testing::AssertionResult failed = generate(c.outDir, 1, 1, manifest);
+    EXPECT_FALSE(failed);
+    const std::string text = failed.message();
+    EXPECT_NE(text.find(c.outDir), std::string::npos) << text;
+    EXPECT_NE(text.find(c.cause), std::string::npos) << text;
   }
 }
