@@ -164,12 +164,6 @@ ScanResult scan(std::vector<std::string> args) {
   return r;
 }
 
-std::string selfPath() {
-  char path[4096];
-  const ssize_t n = readlink("/proc/self/exe", path, sizeof path - 1);
-  return n > 0 ? std::string(path, static_cast<size_t>(n)) : std::string();
-}
-
 // A temporary directory holding a store with an empty mail/ directory.
 class ScanCommandTest : public ::testing::Test {
  protected:
@@ -182,7 +176,7 @@ class ScanCommandTest : public ::testing::Test {
 
   ScanResult scanWithScript(const char* script) {
     setenv(kFakeServerVariable, script, 1);
-    const ScanResult r = scan({store_, "--server", selfPath()});
+    const ScanResult r = scan({store_, "--server", "/proc/self/exe"});  // this program, as the scripted server
     unsetenv(kFakeServerVariable);
     return r;
   }
