@@ -202,10 +202,9 @@ mail_struct* mail_struct::do_parse(utils::VFileStream* stream, parse_status* sta
         case multipart_result::failed:
           return nullptr;
         case multipart_result::degraded:
-          // The first boundary never came: the preamble already holds everything up to the end of
-          // input or up to a boundary of an enclosing part, so there is no body left to read.
-          node->make_plain_text();
-          return node.release();
+          // The first boundary never came. The part is read on as a plain leaf past the line that ended
+          // the preamble: an enclosing part's boundary line is then counted by no part at all.
+          break;
       }
     }
     node->make_plain_text();

@@ -1,7 +1,7 @@
 // Reads the next line of a message into the parse status and tells ordinary lines from boundary lines.
 // The line is a view (status->line, status->line_len, not terminated) that stays valid until the next read
 // from the stream; it is copied only when it crosses the stream's refill.
-// A line is at most MIME_LINE_MAX bytes; a longer one arrives in pieces, each piece counting as a line.
+// A line piece is at most MIME_LINE_MAX - 1 bytes; a longer line arrives in pieces, each counting as a line.
 // A boundary line of any open multipart (an opening "--b" or a closing "--b--", each followed only by a
 // line end or nothing) pops every boundary nested inside it, so an outer boundary also ends the inner parts.
 // Not thread-safe: works on one stream and one status.

@@ -12,7 +12,9 @@
 namespace vorlane {
 namespace mime {
 
-// Longest line read in one piece and the largest unfolded header; longer input is split or truncated.
+// The line buffer and the largest unfolded header. A line is read as a C string into MIME_LINE_MAX
+// bytes, so one piece holds at most MIME_LINE_MAX - 1 bytes: a line ending at byte MIME_LINE_MAX or later
+// is split, and every piece counts as a line. Longer headers are truncated.
 constexpr size_t MIME_LINE_MAX = 16384;
 constexpr size_t MIME_HEADER_MAX = 16384;
 
@@ -51,8 +53,8 @@ class parse_status {
   // The current line with its terminator, line_len bytes, not terminated; valid until the next read.
   const char* line = nullptr;
   size_t line_len = 0;
-  // Holds a line that crossed the stream's refill; the extra byte takes the stream's terminating zero.
-  char line_buf[MIME_LINE_MAX + 1];
+  // Holds a line that crossed the stream's refill, with the stream's terminating zero.
+  char line_buf[MIME_LINE_MAX];
   size_t trailing_term_len = 0;  // terminator of the last body line, which belongs to the next boundary
   // Stream position of the next unread byte, advanced by every line read, so that part positions need no
   // seek call on the file; -1 until the parse has asked the stream once (or when the stream cannot tell).

@@ -161,6 +161,9 @@ TEST(MailAttrList, ExtendedValuesAreConvertedToUtf8) {
       // Without a charset the first extended section contributes nothing, nor do later extended ones.
       {"x; f*0*=none; f*1=b; f*2*=c", {{"f", "b"}}},
       {"x; f*=''abc", {{"f", ""}}},
+      // Charset names as mail spells them, not as the C library does.
+      {"x; boundary*=\"ansi-x3.4-1968''EeQfGwPcQSOJBaQU\"", {{"boundary", "EeQfGwPcQSOJBaQU"}}},
+      {"x; f*=Latin_1''caf%E9", {{"f", "caf\xc3\xa9"}}},
   };
   for (const ParseCase& c : cases) EXPECT_EQ(parsePairs(c.input), c.expected) << c.input;
 }

@@ -1,6 +1,7 @@
 #include <gtest/gtest.h>
 
 #include <string>
+#include <vector>
 
 #include "mail_struct_test_support.h"
 #include "mime/parse_status.h"
@@ -236,6 +237,174 @@ TEST(MailStructParse, OverlongHeadersAreTruncatedByWholeContinuationLines) {
   ASSERT_TRUE(pieces);
   EXPECT_TRUE(pieces->is("text", "rtf"));
   EXPECT_EQ(pieces->header_bytes, huge.size());
+}
+
+// Lines are read as a C string into a 16384-byte buffer: a piece holds at most 16383 bytes and each piece
+// counts as a line. The expected counts come from that rule alone: cut every line into 16383-byte pieces;
+// before a boundary the last piece gives up its line end, and the piece is not counted when nothing else
+// was in it.
+struct BodyCount {
+  uint32_t bytes = 0;
+  uint32_t lines = 0;
+};
+
+BodyCount expectedBody(const std::vector<std::string>& lines, bool before_boundary) {
+  const size_t piece_max = 16383;
+  std::vector<std::string> pieces;
+  for (const std::string& line : lines) {
+    for (size_t at = 0; at < line.size(); at += piece_max) pieces.push_back(line.substr(at, piece_max));
+  }
+  BodyCount count;
+  for (const std::string& piece : pieces) count.bytes += static_cast<uint32_t>(piece.size());
+  count.lines = static_cast<uint32_t>(pieces.size());
+  if (before_boundary && !pieces.empty()) {
+    const std::string& last = pieces.back();
+    const size_t end = last.size() >= 2 && last.compare(last.size() - 2, 2, "\r\n") == 0 ? 2
+                       : !last.empty() && (last.back() == '\n' || last.back() == '\r') ? 1
+                                                                                        : 0;
+    count.bytes -= static_cast<uint32_t>(end);
+    if (last.size() == end) --count.lines;
+  }
+  return count;
+}
+
+TEST(MailStructParse, LongLinesAreCountedInPiecesOfAtMost16383Bytes) {
+  for (size_t length = 16380; length <= 16386; ++length) {
+    for (const std::string eol : {"\n", "\r\n", ""}) {
+      const std::string line = std::string(length - eol.size(), 'x') + eol;
+      const std::string tail = "tail" + std::string(eol.empty() ? "\n" : eol);
+      struct Place {
+        const char* name;
+        std::vector<std::string> body;
+        bool before_boundary;
+      };
+      // A line without a line end can only be the last line of the input.
+      std::vector<Place> places = {{"last line at the end of input", {tail, line}, false}};
+      if (!eol.empty()) {
+        places.push_back({"middle of a body", {line, tail}, true});
+        places.push_back({"middle of a body at the end of input", {line, tail}, false});
+        places.push_back({"last line before a boundary", {tail, line}, true});
+      }
+      for (const Place& place : places) {
+        std::string body;
+        for (const std::string& l : place.body) body += l;
+        const std::string text = "Content-Type: multipart/mixed; boundary=b\n\n--b\n\n" + body +
+                                 (place.before_boundary ? "--b--\n" : "");
+        auto root = parseText(text);
+        ASSERT_TRUE(root);
+        ASSERT_NE(root->first_child, nullptr);
+        const BodyCount expected = expectedBody(place.body, place.before_boundary);
+        const std::string what = std::to_string(length) + " bytes, eol " + std::to_string(eol.size()) + ", " +
+                                 place.name;
+        EXPECT_EQ(root->first_child->body_bytes, expected.bytes) << what;
+        EXPECT_EQ(root->first_child->body_lines, expected.lines) << what;
+        EXPECT_EQ(root->total_bytes, text.size()) << what;
+      }
+    }
+  }
+}
+
+std::string shapeOf(const mail_struct* node) {
+  if (node->first_child == nullptr) return node->is("text", "plain") ? "T" : "L";
+  std::string shape = node->is("message", "rfc822") ? "R[" : "M[";
+  for (const mail_struct* c = node->first_child; c != nullptr; c = c->next_sibling) shape += shapeOf(c);
+  return shape + "]";
+}
+
+// The part whose first boundary never comes is read on as a plain leaf past the line that ended its
+// preamble, up to the next boundary line or the end of input; that line itself is counted by no part.
+TEST(MailStructParse, FailedPreambleIsReadOnAsAPlainLeaf) {
+  for (const std::string e : {"\r\n", "\n"}) {
+    const std::string root_header = "Content-Type: multipart/mixed; boundary=\"outer\"" + e;
+    const std::string child_header = "Content-Type: multipart/alternative; boundary=\"inner\"" + e;
+    const std::string text = root_header + e + "--outer" + e + child_header + e + "preamble line" + e +
+                             "--outer" + e + "Content-Type: text/html" + e + e + "<p>x</p>" + e + "--outer--" + e;
+    // The text/html part is no part: its lines belong to the degraded leaf.
+    const std::string leaf_text = "preamble line" + e + "Content-Type: text/html" + e + e + "<p>x</p>" + e;
+    const std::string lost = "--outer" + e;
+    auto root = parseText(text);
+    ASSERT_TRUE(root) << e.size();
+    EXPECT_EQ(shapeOf(root.get()), "M[T]");
+    const mail_struct* leaf = root->first_child;
+    EXPECT_STREQ(leaf->content_params.get("charset"), "us-ascii");
+    EXPECT_EQ(leaf->header_bytes, child_header.size());
+    EXPECT_EQ(leaf->body_bytes, leaf_text.size() - e.size());
+    EXPECT_EQ(leaf->body_lines, 4u);
+    EXPECT_EQ(leaf->total_lines, 6u);
+    EXPECT_EQ(root->header_bytes, root_header.size());
+    EXPECT_EQ(root->body_lines, 8u);
+    EXPECT_EQ(root->total_lines, 10u);
+    EXPECT_EQ(root->total_bytes, text.size() - lost.size());
+    if (e == "\r\n") {
+      EXPECT_EQ(text.size(), 189u);
+      EXPECT_EQ(leaf->total_bytes, 107u);
+      EXPECT_EQ(root->body_bytes, 129u);
+    }
+  }
+
+  struct Case {
+    const char* name;
+    std::string text;
+    const char* shape;
+    std::string lost;       // the line that ended the preamble
+    std::string leaf_body;  // what the degraded part counts as its body
+  };
+  const Case cases[] = {
+      {"ended by the end of input", "Content-Type: multipart/mixed; boundary=b\n\npreamble\n", "T", "",
+       "preamble\n"},
+      {"ended by an outer closing boundary, read on to the end of input",
+       "Content-Type: multipart/mixed; boundary=o\n\n--o\nContent-Type: multipart/mixed; boundary=i\n\n"
+       "x\n--o--\ntail\n",
+       "M[T]", "--o--\n", "x\ntail\n"},
+      {"nested inside a multipart inside a multipart",
+       "Content-Type: multipart/mixed; boundary=o\n\n--o\nContent-Type: multipart/mixed; boundary=m\n\n--m\n"
+       "Content-Type: multipart/mixed; boundary=i\n\np\n--m\nContent-Type: text/html\n\n<b>\n--m--\n--o--\n",
+       "M[M[T]]", "--m\n", "p\nContent-Type: text/html\n\n<b>"},
+      {"a multipart header behind the failed preamble is only text",
+       "Content-Type: multipart/mixed; boundary=o\n\n--o\nContent-Type: multipart/mixed; boundary=i\n\n"
+       "--o\nContent-Type: multipart/mixed; boundary=j\n\nq\n--o--\n",
+       "M[T]", "--o\n", "Content-Type: multipart/mixed; boundary=j\n\nq"},
+  };
+  for (const Case& c : cases) {
+    auto root = parseText(c.text);
+    ASSERT_TRUE(root) << c.name;
+    EXPECT_EQ(shapeOf(root.get()), c.shape) << c.name;
+    EXPECT_EQ(root->total_bytes, c.text.size() - c.lost.size()) << c.name;
+    const mail_struct* leaf = root.get();
+    while (leaf->first_child != nullptr) leaf = leaf->first_child;
+    EXPECT_EQ(leaf->body_bytes, c.leaf_body.size()) << c.name;
+  }
+}
+
+// A header's name is everything before its first colon: a blank before the colon makes it another name,
+// which the part does not keep, so the field stays at its default.
+TEST(MailStructParse, HeaderNamesAreCutAtTheColonAsTheyStand) {
+  struct Case {
+    const char* name;
+    const char* value;
+    const char* stored;  // the field when the header is taken
+    const char* (*field)(const mail_struct&);
+  };
+  const Case cases[] = {
+      {"Content-Transfer-Encoding", "base64", "base64", [](const mail_struct& m) { return m.encoding.get(); }},
+      {"Content-Disposition", "attachment", "attachment", [](const mail_struct& m) { return m.disposition.get(); }},
+      {"Content-Description", "d", "d", [](const mail_struct& m) { return m.content_description.get(); }},
+      {"Content-ID", "<i>", "<i>", [](const mail_struct& m) { return m.content_id.get(); }},
+      {"Content-MD5", "m", "m", [](const mail_struct& m) { return m.content_md5.get(); }},
+      {"Content-Location", "l", "l", [](const mail_struct& m) { return m.content_location.get(); }},
+      {"Content-Class", "c", "c", [](const mail_struct& m) { return m.content_class.get(); }},
+      {"Content-Type", "image/png", "image", [](const mail_struct& m) { return m.content_type.get(); }},
+      {"Subject", "s", "s", [](const mail_struct& m) { return m.envelope.subject.get(); }},
+      {"Message-ID", "<id>", "<id>", [](const mail_struct& m) { return m.envelope.message_id.get(); }},
+  };
+  for (const Case& c : cases) {
+    for (const char* gap : {"", " ", "\t", "  "}) {
+      auto root = parseText(std::string(c.name) + gap + ": " + c.value + "\n\nbody\n");
+      ASSERT_TRUE(root);
+      const char* got = c.field(*root);
+      EXPECT_EQ(got != nullptr && std::string(got) == c.stored, *gap == '\0') << c.name << " gap '" << gap << "'";
+    }
+  }
 }
 
 }  // namespace
