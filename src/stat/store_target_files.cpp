@@ -51,11 +51,18 @@ bool StoreTarget::processFile(const std::string& domain, const std::string& mail
   // could block the walk for ever. Such entries are skipped before they are opened: by the type the
   // listing reported, and for links (or a listing without types) by stat. The check is repeated on the
   // opened descriptor, which was opened without blocking, in case the entry changed in between.
+  // A directory (or a link to one) opens fine and reads as an empty stream: it is counted like an
+  // empty message of its stat size.
   if (entry.listedType != DT_REG) {
     struct stat info;
     if (::fstatat(entry.dirFd, entry.name, &info, 0) != 0) {
       logError("Error obtaining file info " + path + "\n");
       return false;
+    }
+    if (S_ISDIR(info.st_mode)) {
+      statistic.addMessageInfo(domain, mailbox, folder, type, "", static_cast<unsigned long long>(info.st_size), 0, 0,
+                               0, 0, false, false);
+      return true;
     }
     if (!S_ISREG(info.st_mode)) {
       logError("Skipping " + path + ": not a regular file\n");
