@@ -14,26 +14,41 @@
 using vorlane::mime::mail_struct;
 using vorlane::utils::VFile;
 
-bool StoreTarget::getFolderProperties(const std::string& folderPath, Collection::FolderType& type,
-                                      unsigned long long& firstTotal, unsigned long long& secondTotal) {
+StoreTarget::FileOpen StoreTarget::openFolderFile(const std::string& path, VFile& file) {
+  // A FIFO (or a link to one, or to /proc/self/fd/N) under a folder file's name would block an
+  // ordinary open or read for ever: the file is opened without blocking and read only when regular.
+  if (!file.doOpenAt(AT_FDCWD, path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY)) return FileOpen::Missing;
+  struct stat info;
+  if (::fstat(file.fd(), &info) != 0 || !S_ISREG(info.st_mode)) {
+    file.close();
+    logError("Skipping " + path + ": not a regular file\n");
+    return FileOpen::NotRegular;
+  }
+  return FileOpen::Opened;
+}
+
+StoreTarget::FileOpen StoreTarget::getFolderProperties(const std::string& folderPath, Collection::FolderType& type,
+                                                       unsigned long long& firstTotal,
+                                                       unsigned long long& secondTotal) {
   FolderStatus status;
   type = status.type;
   firstTotal = status.firstTotal;
   secondTotal = status.secondTotal;
   VFile file;
-  if (!file.open((folderPath + "/status.fld").c_str(), "r")) return false;
+  const FileOpen opened = openFolderFile(folderPath + "/status.fld", file);
+  if (opened != FileOpen::Opened) return opened;
   char line[kStoreLineBufferSize];
   while (file.gets(line, sizeof line, true) > 0) parseStatusLine(line, status);
   type = status.type;
   firstTotal = status.firstTotal;
   secondTotal = status.secondTotal;
-  return true;
+  return opened;
 }
 
 bool StoreTarget::parseIndexFld(const std::string& domain, const std::string& mailbox, const std::string& folder,
                                 const std::string& indexPath, Collection::FolderType type) {
   VFile file;
-  if (!file.open(indexPath.c_str(), "r")) return false;
+  if (openFolderFile(indexPath, file) != FileOpen::Opened) return false;
   char line[kStoreLineBufferSize];
   unsigned long long size = 0;
   std::string messageClass;
