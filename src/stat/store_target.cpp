@@ -183,6 +183,7 @@ void StoreTarget::writeReport() {
   } else {
     logError("Open report file " + reportPath + " failed.\n");
     logError(error + "\n");
+    if (server) server->reportFailure("no report written: " + error);
   }
 }
 

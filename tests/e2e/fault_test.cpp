@@ -28,6 +28,7 @@
 #include "mkstore/store_generator.h"
 #include "stat/store_target.h"
 #include "stat/vstat_messages.h"
+#include "vcom/message_types.h"
 #include "vcom/server_process.h"
 
 using namespace vorlane;
@@ -140,6 +141,9 @@ class Job {
       if (msg->type == vstat::ProgressAsync) {
         return vstat::decodeEvent(msg->payload(), msg->payloadSize(), event);
       }
+      if (msg->type == vcom::LogErr && msg->payloadSize() > 4) {
+        lastErrorRecord_.assign(msg->payload() + 4, strnlen(msg->payload() + 4, msg->payloadSize() - 4));
+      }
     }
   }
 
@@ -181,11 +185,14 @@ class Job {
   }
 
   std::string debugLines() const { return readFile(debugPath_); }
+  // The text of the last error log record the server sent.
+  const std::string& lastErrorRecord() const { return lastErrorRecord_; }
   ServerProcess& server() { return server_; }
 
  private:
   std::string debugPath_;
   std::string stderrPath_;
+  std::string lastErrorRecord_;
   ServerProcess server_;
 };
 
@@ -404,6 +411,7 @@ TEST_F(Fault, ReportPathBlockedByADirectoryIsReportedAndTheJobEnds) {
   EXPECT_TRUE(S_ISDIR(info.st_mode)) << "the blocking directory was touched";
   const std::string lines = job.debugLines();
   EXPECT_NE(lines.find("Open report file /tmp/VStatReport.xml failed.\n"), std::string::npos) << lines;
+  EXPECT_EQ(job.lastErrorRecord(), "no report written: cannot rename report over /tmp/VStatReport.xml: Is a directory");
 }
 
 // A symbolic link planted at the report path is replaced by the report; the file it pointed to is

@@ -31,6 +31,7 @@ class FakeChannel : public JobChannel {
     return 0;
   }
   void sendErrMsg(const std::string& text) override { lines.push_back(text); }
+  void reportFailure(const std::string& text) override { lines.push_back("failure: " + text); }
   // Answers "stop" from the stopAtPoll-th poll on (0 = never).
   bool isStopRequested() const override { return stopAtPoll != 0 && ++polls >= stopAtPoll; }
 
@@ -212,7 +213,8 @@ TEST_F(StoreWalk, UnwritableReportIsReportedWithItsReason) {
   reportPath = store.mkdirs("report-is-a-directory");
   run();
   EXPECT_FALSE(target.isReportWritten());
-  EXPECT_TRUE(channel.logged("Is a directory"));
+  EXPECT_TRUE(channel.logged("failure: no report written: cannot rename report over " + reportPath +
+                             ": Is a directory"));
 }
 
 TEST_F(StoreWalk, UnreadableDirectoryIsReportedAndSkipped) {
