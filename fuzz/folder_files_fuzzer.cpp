@@ -18,7 +18,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   target.defineCounters();
   Collection::FolderType type = Collection::MailFolder;
   unsigned long long firstTotal = 0, secondTotal = 0;
-  if (!target.getFolderProperties(dir.path(), type, firstTotal, secondTotal)) {
+  if (target.getFolderProperties(dir.path(), type, firstTotal, secondTotal) != StoreTarget::FileOpen::Opened) {
     fuzzscratch::die("cannot read", dir.file("status.fld"));
   }
   if (!target.parseIndexFld("example.com", "john", "Inbox", indexPath, type)) {

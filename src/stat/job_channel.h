@@ -15,5 +15,8 @@ class JobChannel {
   virtual int sendProgressMsg(vorlane::vstat::EventBuffT& ev) = 0;
   // Reports one error or log line of the job.
   virtual void sendErrMsg(const std::string& text) = 0;
+  // Tells the requester why the job failed to produce its result (the report could not be written),
+  // so that it can say so without a debug log.
+  virtual void reportFailure(const std::string& text) = 0;
   virtual bool isStopRequested() const = 0;
 };

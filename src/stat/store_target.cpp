@@ -100,9 +100,9 @@ bool StoreTarget::processFolder(const std::string& relativePath) {
   Collection::FolderType type = Collection::MailFolder;
   unsigned long long firstTotal = 0;
   unsigned long long secondTotal = 0;
-  getFolderProperties(directory, type, firstTotal, secondTotal);
+  const FileOpen status = getFolderProperties(directory, type, firstTotal, secondTotal);
   struct stat statusInfo;
-  if (::stat((directory + "/status.fld").c_str(), &statusInfo) == 0) {
+  if (status != FileOpen::NotRegular && ::stat((directory + "/status.fld").c_str(), &statusInfo) == 0) {
     statistic.addFolderInfo(domain, mailbox, relativePath, type, secondTotal, firstTotal);
   }
 
@@ -183,6 +183,7 @@ void StoreTarget::writeReport() {
   } else {
     logError("Open report file " + reportPath + " failed.\n");
     logError(error + "\n");
+    if (server) server->reportFailure("no report written: " + error);
   }
 }
 

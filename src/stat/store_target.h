@@ -47,10 +47,13 @@ class StoreTarget {
   // root, then "/domain" and "/mailbox" when they are set.
   std::string getFolderPath() const;
 
-  // Reads folderPath/status.fld; false when it cannot be opened (the outputs then keep their defaults).
-  bool getFolderProperties(const std::string& folderPath, Collection::FolderType& type,
+  enum class FileOpen { Opened, Missing, NotRegular };
+  // Reads folderPath/status.fld; unless Opened, the outputs keep their defaults. A status file that is
+  // not a regular file is reported in an error line and treated as missing.
+  FileOpen getFolderProperties(const std::string& folderPath, Collection::FolderType& type,
                            unsigned long long& firstTotal, unsigned long long& secondTotal);
-  // Counts one message per index line; false when the index cannot be opened.
+  // Counts one message per index line; false when the index cannot be opened or is not a regular file
+  // (which gets an error line).
   bool parseIndexFld(const std::string& domain, const std::string& mailbox, const std::string& folder,
                      const std::string& indexPath, Collection::FolderType type);
   // A message file as the directory listing found it.
@@ -77,6 +80,8 @@ class StoreTarget {
   bool processMessageFiles(const std::string& directory, const std::string& relativePath,
                            Collection::FolderType type);
   void walkSubfolder(Level level, const std::string& relativePath, const std::string& name);
+  // Opens a status or index file without blocking; NotRegular gets an error line.
+  FileOpen openFolderFile(const std::string& path, vorlane::utils::VFile& file);
   void writeReport();
   void sendProgress();
   void logError(const std::string& text);

@@ -14,26 +14,41 @@
 using vorlane::mime::mail_struct;
 using vorlane::utils::VFile;
 
-bool StoreTarget::getFolderProperties(const std::string& folderPath, Collection::FolderType& type,
-                                      unsigned long long& firstTotal, unsigned long long& secondTotal) {
+StoreTarget::FileOpen StoreTarget::openFolderFile(const std::string& path, VFile& file) {
+  // A FIFO (or a link to one, or to /proc/self/fd/N) under a folder file's name would block an
+  // ordinary open or read for ever: the file is opened without blocking and read only when regular.
+  if (!file.doOpenAt(AT_FDCWD, path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY)) return FileOpen::Missing;
+  struct stat info;
+  if (::fstat(file.fd(), &info) != 0 || !S_ISREG(info.st_mode)) {
+    file.close();
+    logError("Skipping " + path + ": not a regular file\n");
+    return FileOpen::NotRegular;
+  }
+  return FileOpen::Opened;
+}
+
+StoreTarget::FileOpen StoreTarget::getFolderProperties(const std::string& folderPath, Collection::FolderType& type,
+                                                       unsigned long long& firstTotal,
+                                                       unsigned long long& secondTotal) {
   FolderStatus status;
   type = status.type;
   firstTotal = status.firstTotal;
   secondTotal = status.secondTotal;
   VFile file;
-  if (!file.open((folderPath + "/status.fld").c_str(), "r")) return false;
+  const FileOpen opened = openFolderFile(folderPath + "/status.fld", file);
+  if (opened != FileOpen::Opened) return opened;
   char line[kStoreLineBufferSize];
   while (file.gets(line, sizeof line, true) > 0) parseStatusLine(line, status);
   type = status.type;
   firstTotal = status.firstTotal;
   secondTotal = status.secondTotal;
-  return true;
+  return opened;
 }
 
 bool StoreTarget::parseIndexFld(const std::string& domain, const std::string& mailbox, const std::string& folder,
                                 const std::string& indexPath, Collection::FolderType type) {
   VFile file;
-  if (!file.open(indexPath.c_str(), "r")) return false;
+  if (openFolderFile(indexPath, file) != FileOpen::Opened) return false;
   char line[kStoreLineBufferSize];
   unsigned long long size = 0;
   std::string messageClass;
@@ -51,11 +66,18 @@ bool StoreTarget::processFile(const std::string& domain, const std::string& mail
   // could block the walk for ever. Such entries are skipped before they are opened: by the type the
   // listing reported, and for links (or a listing without types) by stat. The check is repeated on the
   // opened descriptor, which was opened without blocking, in case the entry changed in between.
+  // A directory (or a link to one) opens fine and reads as an empty stream: it is counted like an
+  // empty message of its stat size.
   if (entry.listedType != DT_REG) {
     struct stat info;
     if (::fstatat(entry.dirFd, entry.name, &info, 0) != 0) {
       logError("Error obtaining file info " + path + "\n");
       return false;
+    }
+    if (S_ISDIR(info.st_mode)) {
+      statistic.addMessageInfo(domain, mailbox, folder, type, "", static_cast<unsigned long long>(info.st_size), 0, 0,
+                               0, 0, false, false);
+      return true;
     }
     if (!S_ISREG(info.st_mode)) {
       logError("Skipping " + path + ": not a regular file\n");

@@ -10,6 +10,13 @@
 using vorlane::vcom::Msg;
 using vorlane::vstat::EventBuffT;
 
+namespace {
+
+// The code of the error log record that tells the client why its job produced no report.
+const int kJobFailureCode = 1;
+
+}  // namespace
+
 VStatServer::VStatServer(const char* cmdLine, FILE* debug) : ServerDispatcher(cmdLine) {
   enableDispatcherDebug(debug);
   dbgPrint("VStatServer started\n");
@@ -53,6 +60,8 @@ void VStatServer::sendErrMsg(const std::string& text) {
   const bool hasEnd = !text.empty() && text.back() == '\n';
   dbgPrint("%s%s", text.c_str(), hasEnd ? "" : "\n");
 }
+
+void VStatServer::reportFailure(const std::string& text) { logErr(kJobFailureCode, "%s", text.c_str()); }
 
 namespace {
 

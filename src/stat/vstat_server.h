@@ -39,6 +39,8 @@ class VStatServer : public vorlane::vcom::ServerDispatcher, public JobChannel {
   int sendProgressMsg(vorlane::vstat::EventBuffT& ev) override;
   // Writes text as a local debug line; nothing goes to the client.
   void sendErrMsg(const std::string& text) override;
+  // Sends text to the client as an error log record (LogErr), which the client shows.
+  void reportFailure(const std::string& text) override;
   bool isStopRequested() const override { return stopRequested; }
 
  private:

@@ -31,6 +31,7 @@ class FakeChannel : public JobChannel {
     return 0;
   }
   void sendErrMsg(const std::string& text) override { lines.push_back(text); }
+  void reportFailure(const std::string& text) override { lines.push_back("failure: " + text); }
   // Answers "stop" from the stopAtPoll-th poll on (0 = never).
   bool isStopRequested() const override { return stopAtPoll != 0 && ++polls >= stopAtPoll; }
 
@@ -160,20 +161,30 @@ TEST_F(StoreWalk, OnlyTheIndexCountsInFoldersOtherThanMail) {
   EXPECT_EQ(anyFolder(Counter::MessageSize, true), 30u);
 }
 
-TEST_F(StoreWalk, EntriesThatCouldBlockAreSkippedWithAnErrorLine) {
+// FIFOs and devices could block the walk and are skipped; a directory named like a message (or a link
+// to one) opens and reads as an empty stream, so it counts with its stat size and nothing else.
+TEST_F(StoreWalk, DirectoriesCountAsEmptyMessagesAndEntriesThatCouldBlockAreSkipped) {
   std::string msgs = store.mkdirs("mail/a.com/john/INBOX/#msgs");
   store.write("mail/a.com/john/INBOX/status.fld", "T0\n");
   store.write("mail/a.com/john/INBOX/#msgs/1.eml", kMessage);
   ASSERT_EQ(::mkfifo((msgs + "/fifo.eml").c_str(), 0644), 0);
   ASSERT_EQ(::symlink((msgs + "/fifo.eml").c_str(), (msgs + "/link.eml").c_str()), 0);
   ASSERT_EQ(::symlink("/dev/zero", (msgs + "/device.eml").c_str()), 0);
-  store.mkdirs("mail/a.com/john/INBOX/#msgs/dir.eml");
+  const std::string dir = store.mkdirs("mail/a.com/john/INBOX/#msgs/dir.eml");
+  store.write("mail/a.com/john/INBOX/#msgs/dir.eml/inside", std::string(5000, 'x'));
+  ASSERT_EQ(::symlink(dir.c_str(), (msgs + "/dirlink.eml").c_str()), 0);
+  struct stat dirInfo;
+  ASSERT_EQ(::stat(dir.c_str(), &dirInfo), 0);
   run();
 
-  EXPECT_EQ(anyFolder(Counter::MessageCount), 1u);
-  for (const char* name : {"/fifo.eml", "/link.eml", "/device.eml", "/dir.eml"}) {
+  EXPECT_EQ(anyFolder(Counter::MessageCount), 3u);
+  EXPECT_EQ(anyFolder(Counter::MessageSize, true), 18u + 2 * static_cast<unsigned long long>(dirInfo.st_size));
+  EXPECT_EQ(value("IPF.Note - folder INBOX", Counter::PlainTextBodySize, true), 18u);
+  for (const char* name : {"/fifo.eml", "/link.eml", "/device.eml"}) {
     EXPECT_TRUE(channel.logged("Skipping " + msgs + name + ": not a regular file")) << name;
   }
+  EXPECT_FALSE(channel.logged("dir.eml")) << "a directory message is no error";
+  EXPECT_FALSE(channel.logged("dirlink.eml"));
 }
 
 // A message listed as a plain file but gone by the time it is opened (the mail server expunged it).
@@ -202,7 +213,8 @@ TEST_F(StoreWalk, UnwritableReportIsReportedWithItsReason) {
   reportPath = store.mkdirs("report-is-a-directory");
   run();
   EXPECT_FALSE(target.isReportWritten());
-  EXPECT_TRUE(channel.logged("Is a directory"));
+  EXPECT_TRUE(channel.logged("failure: no report written: cannot rename report over " + reportPath +
+                             ": Is a directory"));
 }
 
 TEST_F(StoreWalk, UnreadableDirectoryIsReportedAndSkipped) {
