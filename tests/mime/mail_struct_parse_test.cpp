@@ -1,10 +1,17 @@
 #include <gtest/gtest.h>
 
+#include <atomic>
+#include <chrono>
+#include <memory>
+#include <sstream>
 #include <string>
+#include <thread>
+#include <utility>
 #include <vector>
 
 #include "mail_struct_test_support.h"
 #include "mime/parse_status.h"
+#include "utils/vstd_istream.h"
 
 namespace vorlane {
 namespace mime {
@@ -189,12 +196,96 @@ std::string nestedRfc822(int levels) {
   return text + "body\n";
 }
 
-TEST(MailStructParse, NestingDeeperThanTwoHundredLevelsFailsTheWholeMessage) {
-  EXPECT_TRUE(parseText(nestedRfc822(MIME_MAX_DEPTH)));
-  EXPECT_FALSE(parseText(nestedRfc822(MIME_MAX_DEPTH + 1)));
-  // The failure propagates through multipart parents as well.
-  EXPECT_FALSE(parseText("Content-Type: multipart/mixed; boundary=b\n\n--b\n" + nestedRfc822(MIME_MAX_DEPTH) +
-                         "--b--\n"));
+mail_struct* parseWithOutcome(std::istream& in, const std::atomic<bool>* stop, parse_outcome& outcome) {
+  utils::VStdIStream stream(&in);
+  return mail_struct::parse(&stream, stop, &outcome);
+}
+
+std::string partsMessage(size_t children) {
+  std::string text = "Content-Type: multipart/mixed; boundary=b\n\n";
+  for (size_t i = 0; i < children; ++i) text += "--b\n\nx\n";
+  return text + "--b--\n";
+}
+
+// A message nested too deep or with too many parts has no tree at all, and the caller learns why; the
+// failure propagates through every enclosing part.
+TEST(MailStructParse, TooDeepOrTooManyPartsFailsTheWholeMessage) {
+  struct Case {
+    const char* name;
+    std::string text;
+    parse_outcome outcome;
+  };
+  const Case cases[] = {
+      {"200 levels", nestedRfc822(MIME_MAX_DEPTH), parse_outcome::parsed},
+      {"201 levels", nestedRfc822(MIME_MAX_DEPTH + 1), parse_outcome::too_deep},
+      {"201 levels inside a multipart",
+       "Content-Type: multipart/mixed; boundary=b\n\n--b\n" + nestedRfc822(MIME_MAX_DEPTH) + "--b--\n",
+       parse_outcome::too_deep},
+      // The root counts as a part.
+      {"as many parts as allowed", partsMessage(MIME_MAX_PARTS - 1), parse_outcome::parsed},
+      {"one part too many", partsMessage(MIME_MAX_PARTS), parse_outcome::too_many_parts},
+      {"one part too many, nested", nestedRfc822(3) + partsMessage(MIME_MAX_PARTS - 3),
+       parse_outcome::too_many_parts},
+  };
+  for (const Case& c : cases) {
+    std::istringstream in(c.text);
+    parse_outcome outcome = parse_outcome::stopped;
+    std::unique_ptr<mail_struct> tree(parseWithOutcome(in, nullptr, outcome));
+    EXPECT_EQ(outcome, c.outcome) << c.name;
+    EXPECT_EQ(tree != nullptr, c.outcome == parse_outcome::parsed) << c.name;
+  }
+}
+
+// An input that never ends, repeating one pattern; only a stop request can end a parse of it.
+class EndlessInput : public std::streambuf {
+ public:
+  EndlessInput(std::string head, std::string pattern) : head_(std::move(head)), pattern_(std::move(pattern)) {
+    setg(&head_[0], &head_[0], &head_[0] + head_.size());
+  }
+
+ private:
+  int_type underflow() override {
+    chunk_.clear();
+    while (chunk_.size() < 65536) chunk_ += pattern_;
+    setg(&chunk_[0], &chunk_[0], &chunk_[0] + chunk_.size());
+    return traits_type::to_int_type(chunk_[0]);
+  }
+  std::string head_;
+  std::string pattern_;
+  std::string chunk_;
+};
+
+TEST(MailStructParse, StopRequestEndsAParseOfEndlessInput) {
+  struct Case {
+    const char* name;
+    const char* head;
+    std::string pattern;
+  };
+  const Case cases[] = {
+      {"body of short lines", "Subject: x\n\n", "short line\n"},
+      {"lines of uuencoded data", "\nbegin 644 f\n", "M" + std::string(60, 'A') + "\n"},
+      {"one line without end", "\n", "x"},
+      {"header continued for ever", "Subject: x\n", " more\n"},
+      {"parts of a multipart", "Content-Type: multipart/mixed; boundary=b\n\n", "--b\nContent-Type: text/plain\n\nx\n"},
+  };
+  for (const Case& c : cases) {
+    EndlessInput endless(c.head, c.pattern);
+    std::istream in(&endless);
+    std::atomic<bool> stop(false);
+    std::thread stopper([&stop] {
+      std::this_thread::sleep_for(std::chrono::milliseconds(50));
+      stop.store(true);
+    });
+    parse_outcome outcome = parse_outcome::parsed;
+    const auto start = std::chrono::steady_clock::now();
+    std::unique_ptr<mail_struct> tree(parseWithOutcome(in, &stop, outcome));
+    const auto took = std::chrono::steady_clock::now() - start;
+    stopper.join();
+    EXPECT_EQ(tree, nullptr) << c.name;
+    // The parts case may meet the part limit first; either way the parse ends without a tree.
+    EXPECT_TRUE(outcome == parse_outcome::stopped || outcome == parse_outcome::too_many_parts) << c.name;
+    EXPECT_LT(took, std::chrono::seconds(5)) << c.name;
+  }
 }
 
 TEST(MailStructParse, MultipartInsideSixtyFiveBoundariesIsReadAsPlainText) {
