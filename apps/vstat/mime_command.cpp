@@ -1,6 +1,5 @@
 // vstat mime [--json] FILE...: shows why a message counts as it does by printing the MIME part tree the
 // store scan sees, as an outline or as one JSON object per file and line.
-#include <sys/stat.h>
 
 #include <cerrno>
 #include <cstring>
@@ -13,8 +12,7 @@
 #include "json_writer.h"
 #include "mime/mail_struct.h"
 #include "mime_tree_output.h"
-#include "stat/message_classification.h"
-#include "utils/vfile.h"
+#include "stat/message_file.h"
 
 namespace vorlane {
 namespace cli {
@@ -23,7 +21,7 @@ namespace {
 
 // What the store scan would add to the statistic for this message (a message the parser rejects
 // counts with zero header and body sizes).
-void writeClassificationJson(JsonWriter& json, const MessageClassification& c) {
+void writeClassificationJson(JsonWriter& json, const MessageFacts& c) {
   json.beginObject();
   json.key("header").value(static_cast<unsigned long long>(c.headerSize));
   json.key("plain").value(static_cast<unsigned long long>(c.plainTextSize));
@@ -34,31 +32,27 @@ void writeClassificationJson(JsonWriter& json, const MessageClassification& c) {
   json.endObject();
 }
 
-void writeClassificationText(std::ostream& out, const MessageClassification& c) {
+void writeClassificationText(std::ostream& out, const MessageFacts& c) {
   out << "counted as: header " << c.headerSize << ", plain text " << c.plainTextSize << ", HTML " << c.htmlSize
       << ", RTF " << c.rtfSize << ", signed " << (c.isSigned ? "yes" : "no") << ", encrypted "
       << (c.isEncrypted ? "yes" : "no") << '\n';
 }
 
-// Parses one file and writes its tree; false (with a message on `err`) when the file cannot be read.
+// Reads one file as the store scan reads a message and writes its tree; false (with a message on `err`)
+// when the file cannot be read.
 bool showFile(const char* path, bool asJson, std::ostream& out, std::ostream& err) {
-  struct stat64 info;
-  if (stat64(path, &info) != 0) {
-    err << "vstat mime: cannot stat " << path << ": " << std::strerror(errno) << '\n';
+  const std::string name(path);
+  MessageFacts classification;
+  std::string error;
+  std::unique_ptr<mime::mail_struct> tree;
+  errno = 0;
+  if (!readMessage(MessageEntry{AT_FDCWD, path, DT_UNKNOWN, name}, classification, error, &tree)) {
+    // errno is left by the system call that failed, and stays 0 for a file refused for its type.
+    const int reason = errno;
+    error.pop_back();  // the line end
+    err << "vstat mime: " << error << (reason ? ": " : "") << (reason ? std::strerror(reason) : "") << '\n';
     return false;
   }
-  if (!S_ISREG(info.st_mode)) {
-    err << "vstat mime: " << path << " is not a regular file\n";
-    return false;
-  }
-  utils::VFile file;
-  if (!file.open(path, "r")) {
-    err << "vstat mime: cannot open " << path << ": " << std::strerror(errno) << '\n';
-    return false;
-  }
-  std::unique_ptr<mime::mail_struct> tree(mime::mail_struct::parse(&file));
-  file.close();
-  const MessageClassification classification = classifyMessage(tree.get());
 
   if (asJson) {
     JsonWriter json(out);
@@ -76,7 +70,7 @@ bool showFile(const char* path, bool asJson, std::ostream& out, std::ostream& er
     json.endObject();
     out << '\n';
   } else {
-    out << path << " (" << info.st_size << " bytes)\n";
+    out << path << " (" << classification.size << " bytes)\n";
     if (tree) {
       writeMimeTreeText(out, tree.get());
     } else {

@@ -2,7 +2,8 @@
 
 #include <unistd.h>
 
-#include "stat/store_target.h"
+#include "stat/job_facts.h"
+#include "stat/statistics_job.h"
 #include "tiny/thread.h"
 #include "vcom/message_types.h"
 #include "vcom/msg.h"
@@ -85,7 +86,7 @@ int VStatServer::processStore(Msg* req) {
   uint32_t started = 1;
   {
     vorlane::tiny::VMutexGuard guard(&jobMutex);
-    stopRequested = false;
+    channel.stopRequested = false;
     if (counterThreadHandle != 0) {
       started = 0;  // one job at a time; the running one is left alone
     } else {
@@ -113,7 +114,7 @@ int VStatServer::stopProcessing(Msg* req) {
 
 void VStatServer::stopJob() {
   vorlane::tiny::VMutexGuard guard(&jobMutex);
-  stopRequested = true;
+  channel.stopRequested = true;
   if (counterThreadHandle != 0) {
     vorlane::tiny::waitForThread(counterThreadHandle);
     counterThreadHandle = 0;
@@ -129,12 +130,7 @@ void VStatServer::queueStatResponse(const Msg* req, uint32_t type, uint32_t valu
 
 void VStatServer::counterThread(void* serverArg) {
   VStatServer* server = static_cast<VStatServer*>(serverArg);
-  {
-    StoreTarget target(server);
-    target.setRoot(std::string(server->request.storeDir) + "/mail");
-    target.setRequest(server->request);
-    target.countStatistic();
-  }
+  StatisticsJob(server->request, server->channel, vorlane::vstat::kReportPath).run();
   // One process serves one run. The last events must reach the parent before the process ends; the
   // other threads are still running, so the process ends without running static destructors under them.
   server->waitUntilSent(kFinalSendTimeoutMs);

@@ -26,7 +26,7 @@
 
 #include "../support/temp_dir.h"
 #include "mkstore/store_generator.h"
-#include "stat/store_target.h"
+#include "stat/store_walk.h"
 #include "stat/vstat_messages.h"
 #include "vcom/message_types.h"
 #include "vcom/server_process.h"
