@@ -3,7 +3,7 @@
 // not yet taken), so memory stays bounded whatever the stream's length; item and result slots are reused.
 // With fewer than two threads no thread is started: next() does the work inline on the caller's thread.
 //
-// Contract: one consumer thread calls submit, next, discard and the queries; the work function runs on
+// Contract: one consumer thread calls prepare, publish, next, discard and the queries; the work function runs on
 // the workers, one item at a time per worker, and must not throw. An item and its result slot belong to
 // exactly one worker while it works on them. discard() withdraws every item no worker has started and
 // waits for the started ones, so once it returns nothing touches anything an item referred to (an open
@@ -58,13 +58,13 @@ class OrderedPipeline {
   bool full() const { return tail_ - head_ == slots_.size(); }
   bool empty() const { return tail_ == head_; }
 
-  // Queues one item; the caller makes sure the pipeline is not full.
-  void submit(Item item) {
+  // The free slot the next item is written into, in place, so that its buffers are reused; the caller
+  // makes sure the pipeline is not full. The item joins the pipeline with publish().
+  Item& prepare() { return slots_[tail_ % slots_.size()].item; }
+  void publish() {
     {
       std::lock_guard<std::mutex> lock(mutex_);
-      Slot& slot = slots_[tail_ % slots_.size()];
-      slot.item = std::move(item);
-      slot.done = false;
+      slots_[tail_ % slots_.size()].done = false;
       ++tail_;
     }
     if (!workers_.empty()) workAvailable_.notify_one();

@@ -66,7 +66,8 @@ TEST(OrderedPipeline, ResultsComeInSubmissionOrderWithinTheWindow) {
     unsigned submitted = 0, result = 0;
     while (submitted < items || !pipeline.empty()) {
       if (submitted < items && !pipeline.full()) {
-        pipeline.submit(submitted++);
+        pipeline.prepare() = submitted++;
+        pipeline.publish();
         continue;
       }
       ASSERT_TRUE(pipeline.next(result));
@@ -84,8 +85,10 @@ TEST(OrderedPipeline, ResultsComeInSubmissionOrderWithinTheWindow) {
 TEST(OrderedPipeline, TwoWorkersHoldTwoItemsAtOnce) {
   Rendezvous both(2);
   OrderedPipeline<int, bool> pipeline(2, 4, [&](const int&, bool& met) { met = both.arriveAndWait(); });
-  pipeline.submit(0);
-  pipeline.submit(1);
+  for (int i = 0; i < 2; ++i) {
+    pipeline.prepare() = i;
+    pipeline.publish();
+  }
   bool met = false;
   ASSERT_TRUE(pipeline.next(met));
   EXPECT_TRUE(met);
@@ -113,7 +116,10 @@ TEST(OrderedPipeline, DiscardWithdrawsWaitingItemsAndWaitsForStartedOnes) {
     ++worked;
     --inWork;
   });
-  for (int i = 0; i < 8; ++i) pipeline.submit(i);
+  for (int i = 0; i < 8; ++i) {
+    pipeline.prepare() = i;
+    pipeline.publish();
+  }
   {
     std::unique_lock<std::mutex> lock(mutex);
     changed.wait(lock, [&] { return blocked == 2; });
@@ -131,7 +137,8 @@ TEST(OrderedPipeline, DiscardWithdrawsWaitingItemsAndWaitsForStartedOnes) {
   const unsigned workedAtDiscard = worked.load();
   opener.join();
 
-  pipeline.submit(100);
+  pipeline.prepare() = 100;
+  pipeline.publish();
   int out = 0;
   ASSERT_TRUE(pipeline.next(out));
   EXPECT_EQ(out, 100) << "no stale result of a discarded item";

@@ -61,20 +61,21 @@ TEST(ReadAhead, AnnouncesRegularFilesOnly) {
 }
 
 // The residency answer must tell a file nobody had cached from one already cached, before the announced
-// read brings it in.
-TEST(ReadAhead, TellsCachedFilesFromUncachedOnes) {
+// read brings it in; a release after reading leaves the file uncached again.
+TEST(ReadAhead, TellsCachedFilesFromUncachedOnesAndReleasesThem) {
   TempDir dir;
   struct statfs fs;
   ASSERT_EQ(::statfs(dir.path().c_str(), &fs), 0);
   if (fs.f_type == TMPFS_MAGIC) GTEST_SKIP() << "tmpfs pages are never dropped";
-  const std::string path = dir.write("big.eml", std::string(256 * 1024, 'x'));
-  dir.write("empty.eml", "");
+  const off_t size = 256 * 1024;
+  const std::string path = dir.write("big.eml", std::string(size, 'x'));
+  const std::string empty = dir.write("empty.eml", "");
   const int fd = ::open(path.c_str(), O_RDONLY | O_CLOEXEC);
   ASSERT_GE(fd, 0);
   ASSERT_EQ(::fdatasync(fd), 0);  // only clean pages can be dropped
 
-  releaseCachedPages(fd);
-  EXPECT_FALSE(anyPageResident(fd, 256 * 1024)) << "after the pages were given back";
+  releaseReadPages(AT_FDCWD, path.c_str(), DT_REG);
+  EXPECT_FALSE(anyPageResident(fd, size)) << "after the pages were given back";
   const ReadAheadResult uncached = announceRead(AT_FDCWD, path.c_str(), DT_REG, true);
   EXPECT_TRUE(uncached.advised);
   EXPECT_FALSE(uncached.resident);
@@ -82,8 +83,10 @@ TEST(ReadAhead, TellsCachedFilesFromUncachedOnes) {
   char buffer[4096];
   while (::read(fd, buffer, sizeof buffer) > 0) {
   }
-  EXPECT_TRUE(anyPageResident(fd, 256 * 1024)) << "after reading";
+  EXPECT_TRUE(anyPageResident(fd, size)) << "after reading";
   EXPECT_TRUE(announceRead(AT_FDCWD, path.c_str(), DT_REG, true).resident);
-  EXPECT_FALSE(announceRead(AT_FDCWD, dir.file("empty.eml").c_str(), DT_REG, true).resident);
+  releaseReadPages(AT_FDCWD, path.c_str(), DT_REG);
+  EXPECT_FALSE(anyPageResident(fd, size)) << "after the release";
+  EXPECT_FALSE(announceRead(AT_FDCWD, empty.c_str(), DT_REG, true).resident);
   ::close(fd);
 }
