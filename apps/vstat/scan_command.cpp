@@ -417,7 +417,7 @@ class ScanRun {
     int status = outcome_.stopRequested ? kExitFailed : kExitReport;
     // Read once: the summary and the copy come from the same text, whatever happens to the file later.
     std::string text;
-    ReportSummary report;
+    Report report;
     std::string error;
     if (!readReportText(kReportPath, text, error) || !parseReport(text, report, error)) {
       std::fprintf(stderr, "vstat scan: %s: %s\n", kReportPath, error.c_str());

@@ -22,7 +22,7 @@ struct ShowOptions {
 };
 
 int runShow(const ShowOptions& options, std::ostream& out, std::ostream& err) {
-  ReportSummary report;
+  Report report;
   std::string error;
   if (!readReport(options.path, report, error)) {
     err << "vstat show: " << error << '\n';
