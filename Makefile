@@ -3,6 +3,7 @@ SHELL := /bin/bash
 JOBS ?= 2
 SUDO := $(shell [ "$$(id -u)" -eq 0 ] || echo sudo)
 PACKAGES := g++ make cmake libgtest-dev libgmock-dev libboost-dev
+PACKAGES += libcli11-dev
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 FUZZ_SECONDS ?= 60
 FUZZ_CI_SECONDS ?= 5

@@ -4,6 +4,7 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -11,6 +12,7 @@
 #include "mkstore/manifest.h"
 #include "mkstore/store_generator.h"
 #include "../support/temp_dir.h"
+#include "vstat_version.h"
 
 using vorlane::testing::TempDir;
 
@@ -33,18 +35,42 @@ int mkstore(const TempDir& dir, const std::string& args) {
 
 }  // namespace
 
-TEST(MkstoreCommand, BadArgumentsAreRefusedWithUsageAndStatus2) {
+// Every usage error is one line naming the problem in the same words, then the usage line; status 2.
+TEST(MkstoreCommand, BadArgumentsAreRefusedWithTheProblemAndStatus2) {
   TempDir dir;
   ASSERT_FALSE(dir.path().empty());
   const std::string out = dir.file("store");
-  const std::string cases[] = {"--seed 1 " + out, "--messages 5 " + out, "--messages 5 --seed 1",
-                                  "--messages -5 --seed 1 " + out, "--messages 5x --seed 1 " + out,
-                                  "--messages 100000001 --seed 1 " + out, "--messages 5 --seed 1 --bogus " + out,
-                                  "--messages 5 --seed 1 " + out + " " + out + "2"};
-  for (const std::string& args : cases) {
-    EXPECT_EQ(mkstore(dir, args), 2) << args;
-    EXPECT_NE(readAll(dir.file("err.txt")).find("usage: mkstore"), std::string::npos) << args;
+  struct Case { std::string args, problem; };
+  const Case cases[] = {
+      {"--seed 1 " + out, "--messages, --seed and OUT_DIR are required"},
+      {"--messages 5 --seed 1", "--messages, --seed and OUT_DIR are required"},
+      {"--messages -5 --seed 1 " + out, "--messages needs a number"},
+      {"--messages 5x --seed 1 " + out, "--messages needs a number"},
+      {"--seed 1 " + out + " --messages", "--messages needs a number"},
+      {"--messages --seed 1 " + out, "--messages needs a number"},
+      {"--messages 5 --seed 1 " + out + " --manifest", "--manifest needs a file name"},
+      {"--messages 100000001 --seed 1 " + out, "--messages must be at most 100000000"},
+      {"--messages 5 --seed 1 --bogus " + out, "unknown option --bogus"},
+      {"--messages 5 --seed 1 " + out + " " + out + "2", "only one OUT_DIR may be given"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(mkstore(dir, c.args), 2) << c.args;
+    const std::string err = readAll(dir.file("err.txt"));
+    EXPECT_EQ(err.rfind("mkstore: " + c.problem + "\nusage: mkstore ", 0), 0u) << c.args << "\n" << err;
   }
+  EXPECT_FALSE(std::filesystem::exists(out));
+}
+
+// --help and --version answer on standard output with status 0 and write nothing else.
+TEST(MkstoreCommand, HelpAndVersionGoToStandardOutput) {
+  TempDir dir;
+  ASSERT_FALSE(dir.path().empty());
+  ASSERT_EQ(mkstore(dir, "--version"), 0);
+  EXPECT_EQ(readAll(dir.file("out.txt")), std::string("mkstore ") + VSTAT_VERSION + "\n");
+  ASSERT_EQ(mkstore(dir, "--help --messages 5 --seed 1 " + dir.file("store")), 0);
+  EXPECT_NE(readAll(dir.file("out.txt")).find("--manifest FILE"), std::string::npos);
+  EXPECT_EQ(readAll(dir.file("err.txt")), "");
+  EXPECT_FALSE(std::filesystem::exists(dir.file("store")));
 }
 
 TEST(MkstoreCommand, WritesTheLibrarysManifestAndRefusesToOverwriteWithoutForce) {
