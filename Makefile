@@ -11,7 +11,7 @@ FUZZ_CI_SECONDS ?= 5
 DEMO_MESSAGES ?= 3000
 DEMO_STORE := build/demo-store
 
-.PHONY: deps deps-fuzz build demo test test-default test-asan test-tsan test-fuzz fuzz fuzz-build clean
+.PHONY: deps deps-fuzz build demo install package test test-default test-asan test-tsan test-fuzz fuzz fuzz-build clean
 
 # Installs only what is missing; the package index is refreshed only when something must be installed.
 define install_missing
@@ -44,6 +44,20 @@ demo: deps
 	fi
 	build/default/bin/vstat scan $(DEMO_STORE)
 
+# Installs under PREFIX (below DESTDIR when given) from the package build: Debian's build flags, no tests.
+PREFIX ?= /usr/local
+install: deps
+	cmake --preset package -DCMAKE_INSTALL_PREFIX=$(PREFIX)
+	cmake --build --preset package -j$(JOBS)
+	DESTDIR=$(DESTDIR) cmake --install build/package
+
+# vstat_<version>_amd64.deb in the top directory, for `apt-get install ./vstat_*.deb`.
+package: deps
+	cmake --preset package -DCMAKE_INSTALL_PREFIX=/usr
+	cmake --build --preset package -j$(JOBS)
+	cpack --preset package
+	cp build/package/package/vstat_*_amd64.deb .
+
 test: test-default test-asan test-tsan test-fuzz
 
 test-default: build
@@ -73,4 +87,4 @@ test-fuzz: fuzz-build
 	fuzz/run.sh build/fuzz/fuzz-bin $(FUZZ_CI_SECONDS)
 
 clean:
-	rm -rf build
+	rm -rf build vstat_*.deb
