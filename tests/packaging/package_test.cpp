@@ -1,0 +1,121 @@
+// The Debian package: unpacked into a temporary root (as `dpkg-deb -x` does), its programs must run from
+// where they are installed, its units and manual pages must be accepted by the tools that read them, and
+// lintian must find no error.
+#include <sys/wait.h>
+
+#include <gtest/gtest.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <sstream>
+#include <string>
+#include <vector>
+
+#include "../support/temp_dir.h"
+#include "mkstore/manifest.h"
+#include "mkstore/report_check.h"
+#include "mkstore/store_generator.h"
+#include "vstat_version.h"
+
+using vorlane::testing::TempDir;
+
+namespace {
+
+std::string readAll(const std::string& path) {
+  std::ifstream in(path);
+  std::ostringstream s;
+  s << in.rdbuf();
+  return s.str();
+}
+
+struct Outcome {
+  int status;
+  std::string out, err;
+};
+
+// Runs `command` through the shell in `dir`'s directory, keeping its output and error text.
+Outcome run(const TempDir& dir, const std::string& command) {
+  const std::string out = dir.file("out.txt"), err = dir.file("err.txt");
+  const int rc = system(("cd " + dir.path() + " && (" + command + ") >" + out + " 2>" + err).c_str());
+  return {WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, readAll(out), readAll(err)};
+}
+
+// The package unpacked below dir/root.
+class Package : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    ASSERT_FALSE(dir_.path().empty());
+    const Outcome unpack = run(dir_, std::string("dpkg-deb -x ") + VSTAT_PACKAGE_FILE + " root");
+    ASSERT_EQ(unpack.status, 0) << unpack.err;
+  }
+  std::string root(const std::string& path) const { return dir_.file("root" + path); }
+
+  TempDir dir_;
+};
+
+TEST_F(Package, IsLintianCleanWithItsVersionAndTheLibrariesItsProgramsNeed) {
+  const Outcome lintian = run(dir_, std::string("lintian --fail-on error ") + VSTAT_PACKAGE_FILE);
+  EXPECT_EQ(lintian.status, 0) << lintian.out << lintian.err;
+
+  const Outcome fields = run(dir_, std::string("dpkg-deb -f ") + VSTAT_PACKAGE_FILE + " Version Depends");
+  ASSERT_EQ(fields.status, 0) << fields.err;
+  EXPECT_EQ(fields.out.rfind(std::string("Version: ") + VSTAT_VERSION + "\n", 0), 0u) << fields.out;
+  // The programs are C++: the dependencies are computed from the binaries, not written by hand.
+  for (const char* library : {"libc6 (>= ", "libstdc++6 (>= "}) {
+    EXPECT_NE(fields.out.find(library), std::string::npos) << fields.out;
+  }
+}
+
+// From the unpacked root alone: the versions, a generated store, and a full scan by the installed
+// vstat, which finds the installed server and its conversion library by itself.
+TEST_F(Package, InstalledProgramsScanAGeneratedStore) {
+  for (const char* program : {"vstat", "mkstore"}) {
+    const Outcome version = run(dir_, root("/usr/bin/") + program + " --version");
+    EXPECT_EQ(version.status, 0) << program << ": " << version.err;
+    EXPECT_EQ(version.out, std::string(program) + " " + VSTAT_VERSION + "\n");
+  }
+
+  const Outcome mkstore = run(dir_, root("/usr/bin/mkstore") + " --messages 150 --seed 17 --manifest manifest.json store");
+  ASSERT_EQ(mkstore.status, 0) << mkstore.err;
+  vorlane::mkstore::StoreOptions options;
+  options.messages = 150;
+  options.seed = 17;
+  options.outDir = dir_.file("expected");
+  vorlane::mkstore::Manifest manifest;
+  std::string error;
+  ASSERT_TRUE(vorlane::mkstore::generateStore(options, manifest, error)) << error;
+  ASSERT_EQ(readAll(dir_.file("manifest.json")), vorlane::mkstore::manifestJson(manifest));
+
+  const Outcome scan = run(dir_, root("/usr/bin/vstat") + " scan store --report report.xml");
+  ASSERT_EQ(scan.status, 0) << scan.out << scan.err;
+  std::vector<vorlane::mkstore::ReportFigure> figures;
+  ASSERT_TRUE(vorlane::mkstore::compareReport(readAll(dir_.file("report.xml")), manifest, figures, error)) << error;
+  for (const auto& f : figures) EXPECT_EQ(f.found, f.expected) << f.collection << " / " << f.counter;
+}
+
+// systemd reads the units as shipped, with only the program's path moved into the unpacked root (the
+// verifier checks that it exists) and the manual pages they name looked up there.
+TEST_F(Package, MetricsUnitsPassSystemdVerification) {
+  const std::string units = root("/usr/lib/systemd/system");
+  const Outcome verify = run(dir_, "mkdir units && for u in " + units + "/vstat-metrics.*; do sed 's|/usr/bin/vstat |" +
+                                   root("/usr/bin/vstat") + " |' $u >units/${u##*/}; done && MANPATH=" +
+                                   root("/usr/share/man") +
+                                   " systemd-analyze verify units/vstat-metrics.timer units/vstat-metrics.service");
+  EXPECT_EQ(verify.status, 0) << verify.out << verify.err;
+  EXPECT_EQ(verify.err, "");
+}
+
+TEST_F(Package, ManualPagesFormatWithoutWarnings) {
+  for (const char* page : {"man1/vstat.1.gz", "man1/mkstore.1.gz", "man8/vstatserver.8.gz"}) {
+    const std::string path = root("/usr/share/man/") + page;
+    const Outcome man = run(dir_, "MANWIDTH=80 man --warnings -l " + path);
+    EXPECT_EQ(man.status, 0) << page;
+    EXPECT_EQ(man.err, "") << page;
+    EXPECT_NE(man.out.find("EXIT STATUS"), std::string::npos) << page;
+    const Outcome groff = run(dir_, "zcat " + path + " | groff -ww -man -z");
+    EXPECT_EQ(groff.status, 0) << page;
+    EXPECT_EQ(groff.err, "") << page;
+  }
+}
+
+}  // namespace
