@@ -5,7 +5,7 @@ SUDO := $(shell [ "$$(id -u)" -eq 0 ] || echo sudo)
 PACKAGES := g++ make cmake libgtest-dev libgmock-dev libboost-dev
 PACKAGES += libcli11-dev
 # The Debian package and its checks: CPack with dpkg-shlibdeps, lintian, manual pages, unit verification.
-PACKAGES += dpkg-dev file lintian man-db groff-base systemd
+PACKAGES += dpkg-dev file lintian man-db groff-base systemd bash-completion
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 FUZZ_SECONDS ?= 60
 FUZZ_CI_SECONDS ?= 5

@@ -118,4 +118,49 @@ TEST_F(Package, ManualPagesFormatWithoutWarnings) {
   }
 }
 
+// The shipped completion, driven as bash does on a Tab at the end of each line, in a directory holding one
+// subdirectory, one report and one other file.
+TEST_F(Package, BashCompletionOffersCommandsOptionsValuesAndFiles) {
+  dir_.write("cwd/stores/.keep", "");
+  dir_.write("cwd/report.xml", "");
+  dir_.write("cwd/notes.txt", "");
+  dir_.write("complete.sh",
+             "source /usr/share/bash-completion/bash_completion\n"
+             "source " + root("/usr/share/bash-completion/completions/vstat") + "\n"
+             "cd cwd\n"
+             "while IFS= read -r line; do\n"
+             "  read -ra COMP_WORDS <<<\"$line\"\n"
+             "  [[ $line == *' ' ]] && COMP_WORDS+=('')\n"
+             "  COMP_CWORD=$((${#COMP_WORDS[@]} - 1)) COMP_LINE=$line COMP_POINT=${#line} COMPREPLY=()\n"
+             "  _vstat vstat \"${COMP_WORDS[COMP_CWORD]}\" \"${COMP_WORDS[COMP_CWORD - 1]}\"\n"
+             "  echo $(printf '%s\\n' \"${COMPREPLY[@]}\" | sort)\n"
+             "done\n");
+  struct Case { const char* line; const char* offered; };
+  const Case cases[] = {
+      {"vstat ", "diff help history import merge mime scan show top"},
+      {"vstat --", "--help --version"},
+      {"vstat help s", "scan show"},
+      {"vstat scan --th", "--threads"},
+      {"vstat scan --report out --no-", "--no-histograms --no-wait"},
+      {"vstat top --level ", "domain folder mailbox"},
+      {"vstat top --by m", "messages"},
+      {"vstat diff --format ", "json text"},
+      {"vstat show --format o", "openmetrics"},
+      {"vstat scan ", "stores"},
+      {"vstat scan stores --report ", "notes.txt report.xml stores"},
+      {"vstat merge ", "report.xml stores"},
+      {"vstat scan --threads ", ""},
+  };
+  std::string lines, expected;
+  for (const Case& c : cases) {
+    lines += std::string(c.line) + "\n";
+    expected += std::string(c.offered) + "\n";
+  }
+  dir_.write("lines.txt", lines);
+  const Outcome completion = run(dir_, "bash complete.sh <lines.txt");
+  ASSERT_EQ(completion.status, 0) << completion.err;
+  EXPECT_EQ(completion.err, "");
+  EXPECT_EQ(completion.out, expected) << lines;
+}
+
 }  // namespace
