@@ -6,8 +6,6 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
@@ -21,13 +19,6 @@ using vorlane::testing::TempDir;
 
 namespace {
 
-std::string readAll(const std::string& path) {
-  std::ifstream in(path);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
-
 struct Outcome {
   int status;
   std::string out, err;
@@ -35,9 +26,8 @@ struct Outcome {
 
 // Runs `command` through the shell in `dir`'s directory, keeping its output and error text.
 Outcome run(const TempDir& dir, const std::string& command) {
-  const std::string out = dir.file("out.txt"), err = dir.file("err.txt");
-  const int rc = system(("cd " + dir.path() + " && (" + command + ") >" + out + " 2>" + err).c_str());
-  return {WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, readAll(out), readAll(err)};
+  const int rc = system(("cd " + dir.path() + " && (" + command + ") >out.txt 2>err.txt").c_str());
+  return {WIFEXITED(rc) ? WEXITSTATUS(rc) : -1, dir.read("out.txt"), dir.read("err.txt")};
 }
 
 // The package unpacked below dir/root.
@@ -84,12 +74,12 @@ TEST_F(Package, InstalledProgramsScanAGeneratedStore) {
   vorlane::mkstore::Manifest manifest;
   std::string error;
   ASSERT_TRUE(vorlane::mkstore::generateStore(options, manifest, error)) << error;
-  ASSERT_EQ(readAll(dir_.file("manifest.json")), vorlane::mkstore::manifestJson(manifest));
+  ASSERT_EQ(dir_.read("manifest.json"), vorlane::mkstore::manifestJson(manifest));
 
   const Outcome scan = run(dir_, root("/usr/bin/vstat") + " scan store --report report.xml");
   ASSERT_EQ(scan.status, 0) << scan.out << scan.err;
   std::vector<vorlane::mkstore::ReportFigure> figures;
-  ASSERT_TRUE(vorlane::mkstore::compareReport(readAll(dir_.file("report.xml")), manifest, figures, error)) << error;
+  ASSERT_TRUE(vorlane::mkstore::compareReport(dir_.read("report.xml"), manifest, figures, error)) << error;
   for (const auto& f : figures) EXPECT_EQ(f.found, f.expected) << f.collection << " / " << f.counter;
 }
 

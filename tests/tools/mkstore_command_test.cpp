@@ -5,8 +5,6 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "mkstore/manifest.h"
@@ -17,13 +15,6 @@
 using vorlane::testing::TempDir;
 
 namespace {
-
-std::string readAll(const std::string& path) {
-  std::ifstream in(path);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
 
 // Runs mkstore with `args`, standard output and error going to files in `dir`; returns the exit status.
 int mkstore(const TempDir& dir, const std::string& args) {
@@ -55,7 +46,7 @@ TEST(MkstoreCommand, BadArgumentsAreRefusedWithTheProblemAndStatus2) {
   };
   for (const Case& c : cases) {
     EXPECT_EQ(mkstore(dir, c.args), 2) << c.args;
-    const std::string err = readAll(dir.file("err.txt"));
+    const std::string err = dir.read("err.txt");
     EXPECT_EQ(err.rfind("mkstore: " + c.problem + "\nusage: mkstore ", 0), 0u) << c.args << "\n" << err;
   }
   EXPECT_FALSE(std::filesystem::exists(out));
@@ -66,10 +57,10 @@ TEST(MkstoreCommand, HelpAndVersionGoToStandardOutput) {
   TempDir dir;
   ASSERT_FALSE(dir.path().empty());
   ASSERT_EQ(mkstore(dir, "--version"), 0);
-  EXPECT_EQ(readAll(dir.file("out.txt")), std::string("mkstore ") + VSTAT_VERSION + "\n");
+  EXPECT_EQ(dir.read("out.txt"), std::string("mkstore ") + VSTAT_VERSION + "\n");
   ASSERT_EQ(mkstore(dir, "--help --messages 5 --seed 1 " + dir.file("store")), 0);
-  EXPECT_NE(readAll(dir.file("out.txt")).find("--manifest FILE"), std::string::npos);
-  EXPECT_EQ(readAll(dir.file("err.txt")), "");
+  EXPECT_NE(dir.read("out.txt").find("--manifest FILE"), std::string::npos);
+  EXPECT_EQ(dir.read("err.txt"), "");
   EXPECT_FALSE(std::filesystem::exists(dir.file("store")));
 }
 
@@ -77,7 +68,7 @@ TEST(MkstoreCommand, WritesTheLibrarysManifestAndRefusesToOverwriteWithoutForce)
   TempDir dir;
   ASSERT_FALSE(dir.path().empty());
   const std::string args = "--messages 20 --seed 9 --manifest " + dir.file("m.json") + " " + dir.file("store");
-  ASSERT_EQ(mkstore(dir, args), 0) << readAll(dir.file("err.txt"));
+  ASSERT_EQ(mkstore(dir, args), 0) << dir.read("err.txt");
 
   vorlane::mkstore::StoreOptions options;
   options.messages = 20;
@@ -86,10 +77,10 @@ TEST(MkstoreCommand, WritesTheLibrarysManifestAndRefusesToOverwriteWithoutForce)
   vorlane::mkstore::Manifest manifest;
   std::string error;
   ASSERT_TRUE(vorlane::mkstore::generateStore(options, manifest, error)) << error;
-  EXPECT_EQ(readAll(dir.file("m.json")), vorlane::mkstore::manifestJson(manifest));
-  EXPECT_NE(readAll(dir.file("out.txt")).find("message files      20 "), std::string::npos) << readAll(dir.file("out.txt"));
+  EXPECT_EQ(dir.read("m.json"), vorlane::mkstore::manifestJson(manifest));
+  EXPECT_NE(dir.read("out.txt").find("message files      20 "), std::string::npos) << dir.read("out.txt");
 
   EXPECT_EQ(mkstore(dir, args), 1);
-  EXPECT_NE(readAll(dir.file("err.txt")).find("not empty"), std::string::npos) << readAll(dir.file("err.txt"));
-  EXPECT_EQ(mkstore(dir, "--force " + args), 0) << readAll(dir.file("err.txt"));
+  EXPECT_NE(dir.read("err.txt").find("not empty"), std::string::npos) << dir.read("err.txt");
+  EXPECT_EQ(mkstore(dir, "--force " + args), 0) << dir.read("err.txt");
 }
