@@ -56,8 +56,7 @@ install: deps
 # vstat_<version>_amd64.deb in the top directory, for `apt-get install ./vstat_*.deb`.
 package: deps
 	cmake --preset package -DCMAKE_INSTALL_PREFIX=/usr
-	cmake --build --preset package -j$(JOBS)
-	cpack --preset package
+	cmake --build --preset package -j$(JOBS) --target package
 	cp build/package/package/vstat_*_amd64.deb .
 
 test: test-default test-asan test-tsan test-fuzz
