@@ -36,12 +36,12 @@
 #include "progress_display.h"
 #include "report_reader.h"
 #include "report_summary.h"
+#include "stat/job_facts.h"
 #include "stat/report_file.h"
+#include "stat/stat_job_client.h"
 #include "stat/vstat_messages.h"
 #include "utils/string_utils.h"
 #include "vcom/message_types.h"
-#include "vcom/msg.h"
-#include "vcom/server_process.h"
 
 namespace vorlane {
 namespace cli {
@@ -58,9 +58,7 @@ enum ExitCode {
   kExitReportUnusable = 6,
 };
 
-// The server always writes its report here.
-const char kReportPath[] = "/tmp/VStatReport.xml";
-const char kServerName[] = "vstatserver";
+using vstat::kReportPath;
 
 // Defaults for the informational header fields of the report. A report made from the command line is
 // marked as such instead of pretending to come from a mail server release.
@@ -238,7 +236,7 @@ int parseOptions(int argc, char** argv, ScanOptions& options, bool& helpShown) {
 
 // The store is checked before anything is started: the server would only find an empty walk.
 int checkStore(ScanOptions& options) {
-  const std::string mail = options.storeDir + "/mail";
+  const std::string mail = options.storeDir + vstat::kMailRoot;
   struct stat st;
   if (stat(mail.c_str(), &st) != 0) {
     std::fprintf(stderr, "vstat scan: '%s' is not a message store: cannot access '%s': %s\n",
@@ -285,20 +283,16 @@ int checkReportTarget(ScanOptions& options) {
   return kExitReport;
 }
 
-// The server lives next to the vstat program unless --server names it.
+// The server lives next to the vstat program (or in the installed layout) unless --server names it.
 int findServer(ScanOptions& options) {
   if (options.serverPath.empty()) {
-    char self[PATH_MAX];
-    const ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (n <= 0) {
-      std::fprintf(stderr, "vstat scan: cannot find the vstat program's directory (/proc/self/exe): %s; use --server\n",
-                   std::strerror(errno));
+    std::string error;
+    const std::string dir = vstat::StatJobClient::ownDirectory(error);
+    if (dir.empty()) {
+      std::fprintf(stderr, "vstat scan: %s; use --server\n", error.c_str());
       return kExitNoServer;
     }
-    self[n] = '\0';
-    std::string dir(self);
-    dir.erase(dir.rfind('/') + 1);
-    options.serverPath = dir + kServerName;
+    options.serverPath = vstat::StatJobClient::locateServer(dir);
   }
   const char* path = options.serverPath.c_str();
   struct stat st;
@@ -342,21 +336,6 @@ vstat::ProcessStoreReqBuffT buildRequest(const ScanOptions& options) {
   return request;
 }
 
-// A text field of a received payload, bounded by its width even when the sender left out the NUL.
-std::string payloadText(const vcom::Msg& msg, size_t offset, size_t width) {
-  const size_t available = msg.payloadSize();
-  if (offset >= available) return std::string();
-  const char* start = msg.payload() + offset;
-  const size_t limit = std::min(width, available - offset);
-  size_t n = 0;
-  while (n < limit && start[n] != '\0') ++n;
-  return std::string(start, n);
-}
-
-uint32_t payloadU32(const vcom::Msg& msg, size_t offset) {
-  return msg.payloadSize() >= offset + 4 ? vcom::getU32(msg.payload() + offset) : 0;
-}
-
 struct JobOutcome {
   bool finished = false;       // the final progress event arrived
   bool reportWritten = false;  // and it said the report file was written
@@ -376,10 +355,9 @@ class ScanRun {
       std::fprintf(stderr, "vstat scan: cannot start the server: %s\n", server_.lastError().c_str());
       return kExitNoServer;
     }
-    char wire[vstat::kProcessStoreReqWireSize];
-    vstat::encodeProcessStoreRequest(buildRequest(options_), wire);
-    seq_ = server_.sendRequest(vstat::ProcessStore, wire, sizeof wire, kSendTimeoutMs);
-    if (seq_ == 0) return serverGone("could not send the scan request: " + server_.lastError());
+    if (!server_.startJob(buildRequest(options_), kSendTimeoutMs)) {
+      return serverGone("could not send the scan request: " + server_.lastError());
+    }
 
     const int status = receiveLoop();
     if (status != kExitReport) return status;
@@ -392,9 +370,9 @@ class ScanRun {
     for (;;) {
       const int interrupts = g_interrupts.load();
       if (interrupts >= 2) {
-        server_.kill(SIGKILL);
+        server_.kill();
         vcom::ChildExit e;
-        server_.waitExit(kExitWaitMs, &e);
+        server_.finish(kExitWaitMs, e);
         display_.finish("");
         std::fprintf(stderr, "vstat scan: aborted; the server was killed and no report was made\n");
         return kExitFailed;
@@ -402,18 +380,18 @@ class ScanRun {
       if (interrupts == 1 && !outcome_.stopRequested) {
         outcome_.stopRequested = true;
         display_.note("Stopping: the server reports what it has counted so far (Ctrl-C again to abort).");
-        if (server_.sendRequest(vstat::StopProcessing, nullptr, 0, kSendTimeoutMs) == 0) {
+        if (!server_.requestStop(kSendTimeoutMs)) {
           return serverGone("could not send the stop request: " + server_.lastError());
         }
       }
 
-      vcom::MsgPtr msg;
-      const vcom::ServerProcess::Result r = server_.receive(msg, kPollMs);
+      vstat::JobMessage msg;
+      const vcom::ServerProcess::Result r = server_.next(msg, kPollMs);
       const auto now = std::chrono::steady_clock::now();
       if (r == vcom::ServerProcess::kTimeout) {
         display_.tick();
         if (std::chrono::duration<double>(now - lastHeard).count() > kSilenceLimitSeconds) {
-          server_.kill(SIGKILL);
+          server_.kill();
           return serverGone("the server sent nothing for " + std::to_string(static_cast<int>(kSilenceLimitSeconds)) +
                             " s (not even a heartbeat) and was killed");
         }
@@ -421,86 +399,74 @@ class ScanRun {
       }
       if (r == vcom::ServerProcess::kClosed) return serverGone("its output ended");
       if (r == vcom::ServerProcess::kError) {
-        server_.kill(SIGKILL);
+        server_.kill();
         return serverGone("protocol error from the server: " + server_.lastError());
       }
       lastHeard = now;
-      const int status = handle(*msg);
+      const int status = handle(msg);
       if (status >= 0) return status;
       if (outcome_.finished) return kExitReport;
     }
   }
 
   // Returns an exit status when the job is over with an error, -1 to go on.
-  int handle(const vcom::Msg& msg) {
-    switch (msg.type) {
-      case vstat::ProgressAsync: {
-        vstat::EventBuffT ev;
-        // A short event cannot come from our server; it is skipped rather than half read.
-        if (!vstat::decodeEvent(msg.payload(), msg.payloadSize(), ev)) return -1;
+  int handle(const vstat::JobMessage& msg) {
+    switch (msg.kind) {
+      case vstat::JobMessage::Progress: {
         ProgressEvent e;
-        e.domain = ev.dom;
-        e.mailbox = ev.mbox;
-        e.processed = ev.processed;
-        e.mailboxes = ev.mailboxes;
+        e.domain = msg.event.dom;
+        e.mailbox = msg.event.mbox;
+        e.processed = msg.event.processed;
+        e.mailboxes = msg.event.mailboxes;
         outcome_.processed = e.processed;
         outcome_.mailboxes = e.mailboxes;
-        if (ev.run == 0) {
+        if (msg.event.run == 0) {
           outcome_.finished = true;
-          outcome_.reportWritten = ev.done != 0;
+          outcome_.reportWritten = msg.event.done != 0;
         }
         display_.update(e);
         return -1;
       }
-      case vstat::ProcessStoreResp:
-        if (msg.seq == seq_ && payloadU32(msg, 0) == 0) {
-          display_.finish("");
-          std::fprintf(stderr, "vstat scan: the server did not start the job (a job is already running there)\n");
-          return kExitFailed;
-        }
-        return -1;
-      case vcom::GenericResp: {
-        const int32_t code = static_cast<int32_t>(payloadU32(msg, vcom::kGenericTextLen));
-        if (msg.seq != seq_ || code == vcom::kRespOk) return -1;
+      case vstat::JobMessage::Answer:
+        if (msg.started) return -1;
         display_.finish("");
-        const std::string text = payloadText(msg, 0, vcom::kGenericTextLen);
-        if (code == vcom::kRespUnknownRequest) {
+        std::fprintf(stderr, "vstat scan: the server did not start the job (a job is already running there)\n");
+        return kExitFailed;
+      case vstat::JobMessage::Refused:
+        display_.finish("");
+        if (msg.code == vcom::kRespUnknownRequest) {
           std::fprintf(stderr, "vstat scan: the server at '%s' does not run store scans (\"%s\", code %d)\n",
-                       options_.serverPath.c_str(), text.c_str(), code);
+                       options_.serverPath.c_str(), msg.text.c_str(), msg.code);
         } else {
-          std::fprintf(stderr, "vstat scan: the server refused the scan request: \"%s\" (code %d)\n", text.c_str(),
-                       code);
+          std::fprintf(stderr, "vstat scan: the server refused the scan request: \"%s\" (code %d)\n",
+                       msg.text.c_str(), msg.code);
         }
         return kExitFailed;
-      }
-      case vcom::LogWrn:
-        display_.note("server warning: " + payloadText(msg, 0, vcom::kLogTextLen));
+      case vstat::JobMessage::Log:
+        if (msg.logType == vcom::LogErr) {
+          outcome_.lastError = msg.text;
+          display_.note("server error: " + msg.text);
+        } else if (msg.logType == vcom::LogWrn) {
+          display_.note("server warning: " + msg.text);
+        } else if (options_.verbose) {
+          display_.note("server: " + msg.text);
+        }
         return -1;
-      case vcom::LogErr: {
-        // The code of an error record is in the sender's byte order; the text is what people read.
-        outcome_.lastError = payloadText(msg, 4, vcom::kLogTextLen);
-        display_.note("server error: " + outcome_.lastError);
-        return -1;
-      }
-      case vcom::LogDbg:
-        if (options_.verbose) display_.note("server: " + payloadText(msg, 0, vcom::kLogTextLen));
-        return -1;
-      default:
+      case vstat::JobMessage::Other:
         // Heartbeats, the stop acknowledgement and anything newer carry nothing to show.
         return -1;
     }
+    return -1;
   }
 
   // The server ended (or broke the protocol) before its final event.
   int serverGone(const std::string& what) {
     display_.finish("");
-    server_.closeWriteEnd();
     vcom::ChildExit e;
-    if (server_.waitExit(kExitWaitMs, &e)) {
+    if (server_.finish(kExitWaitMs, e)) {
       std::fprintf(stderr, "vstat scan: the server ended with %s before the job was done (%s)\n",
                    describeExit(e).c_str(), what.c_str());
     } else {
-      server_.kill(SIGKILL);
       std::fprintf(stderr, "vstat scan: %s; the server did not end and was killed\n", what.c_str());
     }
     return kExitServerDied;
@@ -509,10 +475,8 @@ class ScanRun {
   int finish() {
     // The server ends by itself right after its final event; its status only matters when odd.
     vcom::ChildExit e;
-    if (server_.waitExit(kExitWaitMs, &e)) {
-      if (!e.exited || e.code != 0) display_.note("note: the server ended with " + describeExit(e));
-    } else {
-      server_.kill(SIGKILL);
+    if (server_.finish(kExitWaitMs, e) && (!e.exited || e.code != 0)) {
+      display_.note("note: the server ended with " + describeExit(e));
     }
     char closing[160];
     std::snprintf(closing, sizeof closing, "%s %lu of %lu mailboxes in %s.",
@@ -554,9 +518,8 @@ class ScanRun {
   }
 
   const ScanOptions& options_;
-  vcom::ServerProcess server_;
+  vstat::StatJobClient server_;
   ProgressDisplay display_;
-  uint32_t seq_ = 0;
   JobOutcome outcome_;
 };
 

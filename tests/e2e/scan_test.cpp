@@ -1,7 +1,10 @@
 // The statistics job end to end: the real vstatserver, started as the mail server starts it, scans a
 // store written by the sample-store generator. The answers, the event stream and the report's totals
 // must agree with what the generator says it wrote.
-
+//
+// tests/data/report_seed1_3000.xml is the report the job wrote on `mkstore --messages 3000 --seed 1`
+// with the request below, saved before the job was taken apart from the walk; its totals agree with the
+// generator's manifest. Any change of its bytes is a change of what the service reports.
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -12,12 +15,12 @@
 #include "../support/temp_dir.h"
 #include "mkstore/report_check.h"
 #include "mkstore/store_generator.h"
-#include "stat/vstat_messages.h"
-#include "vcom/server_process.h"
+#include "stat/job_facts.h"
+#include "stat/stat_job_client.h"
 
 using namespace vorlane;
-using vcom::MsgPtr;
 using vcom::ServerProcess;
+using vstat::JobMessage;
 
 namespace {
 
@@ -26,11 +29,18 @@ const long kJobMs = 60000;
 // Answers come at once; the generous bound only matters on a machine loaded by sanitizer builds.
 const long kAnswerMs = 20000;
 
+std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
 // Writes a sample store of `messages` messages into `dir`.
-bool generate(const vorlane::testing::TempDir& dir, uint64_t messages, mkstore::Manifest& manifest) {
+bool generate(const vorlane::testing::TempDir& dir, uint64_t messages, uint64_t seed, mkstore::Manifest& manifest) {
   mkstore::StoreOptions options;
   options.messages = messages;
-  options.seed = 7;
+  options.seed = seed;
   options.outDir = dir.path();
   options.force = true;
   std::string error;
@@ -39,113 +49,91 @@ bool generate(const vorlane::testing::TempDir& dir, uint64_t messages, mkstore::
   return ok;
 }
 
-uint32_t sendProcessStore(ServerProcess& server, const std::string& storeDir) {
+bool startJob(vstat::StatJobClient& client, const std::string& storeDir) {
   vstat::ProcessStoreReqBuffT request{};
   storeDir.copy(request.storeDir, sizeof request.storeDir - 1);
-  std::string("9.1.0").copy(request.productVersion, sizeof request.productVersion - 1);
+  std::string("9.1").copy(request.productVersion, sizeof request.productVersion - 1);
   request.build = 4711;
   std::string("Linux").copy(request.osName, sizeof request.osName - 1);
   request.osCode = 3;
-  char payload[vstat::kProcessStoreReqWireSize];
-  vstat::encodeProcessStoreRequest(request, payload);
-  return server.sendRequest(vstat::ProcessStore, payload, sizeof payload, kAnswerMs);
+  EXPECT_TRUE(client.start(kServer)) << client.lastError();
+  return client.startJob(request, kAnswerMs);
+}
+
+// Every progress event up to the end of the server's output.
+std::vector<vstat::EventBuffT> events(vstat::StatJobClient& client) {
+  std::vector<vstat::EventBuffT> events;
+  JobMessage msg;
+  while (client.next(msg, kJobMs) == ServerProcess::kOk) {
+    if (msg.kind == JobMessage::Progress) events.push_back(msg.event);
+  }
+  return events;
+}
+
+void expectCleanExit(vstat::StatJobClient& client) {
+  vcom::ChildExit exit;
+  EXPECT_TRUE(client.finish(kJobMs, exit)) << "the server did not end";
+  EXPECT_TRUE(exit.exited && exit.code == 0) << "signal " << exit.signal;
 }
 
 TEST(Scan, JobOnAGeneratedStoreReportsWhatTheGeneratorWrote) {
   vorlane::testing::TempDir store;
   mkstore::Manifest m;
-  ASSERT_TRUE(generate(store, 600, m));
-  ServerProcess server;
-  ASSERT_TRUE(server.start(kServer)) << server.lastError();
-  uint32_t seq = sendProcessStore(server, store.path());
-  ASSERT_NE(seq, 0u);
+  ASSERT_TRUE(generate(store, 3000, 1, m));
+  vstat::StatJobClient client;
+  ASSERT_TRUE(startJob(client, store.path()));
+  ASSERT_TRUE(client.awaitStarted(kAnswerMs));
+  const std::vector<vstat::EventBuffT> seen = events(client);
+  expectCleanExit(client);
 
-  MsgPtr answer;
-  ASSERT_EQ(server.waitForAnswer(vstat::ProcessStoreResp, seq, answer, kAnswerMs), ServerProcess::kOk);
-  ASSERT_EQ(answer->type, vstat::ProcessStoreResp);
-  EXPECT_EQ(vcom::getU32(answer->payload()), 1u);
-
-  std::vector<vstat::EventBuffT> events;
-  for (;;) {
-    MsgPtr msg;
-    ServerProcess::Result r = server.receive(msg, kJobMs);
-    if (r != ServerProcess::kOk) break;
-    if (msg->type != vstat::ProgressAsync) continue;
-    vstat::EventBuffT event;
-    ASSERT_TRUE(vstat::decodeEvent(msg->payload(), msg->payloadSize(), event));
-    events.push_back(event);
-  }
-  vcom::ChildExit exit;
-  ASSERT_TRUE(server.waitExit(kJobMs, &exit));
-  EXPECT_TRUE(exit.exited && exit.code == 0) << "signal " << exit.signal;
-
-  ASSERT_FALSE(events.empty());
-  for (size_t i = 0; i + 1 < events.size(); ++i) {
-    EXPECT_EQ(events[i].run, 1u);
-    EXPECT_EQ(events[i].mailboxes, m.mailboxes);
+  ASSERT_FALSE(seen.empty());
+  for (size_t i = 0; i + 1 < seen.size(); ++i) {
+    EXPECT_EQ(seen[i].run, 1u);
+    EXPECT_EQ(seen[i].mailboxes, m.mailboxes);
     if (i > 0) {
-      EXPECT_GE(events[i].processed, events[i - 1].processed);
+      EXPECT_GE(seen[i].processed, seen[i - 1].processed);
     }
   }
-  EXPECT_EQ(events.back().run, 0u);
-  EXPECT_EQ(events.back().done, 1u);
-  EXPECT_EQ(events.back().processed, m.mailboxes);
+  EXPECT_EQ(seen.back().run, 0u);
+  EXPECT_EQ(seen.back().done, 1u);
+  EXPECT_EQ(seen.back().processed, m.mailboxes);
 
-  std::ifstream in("/tmp/VStatReport.xml");
-  std::stringstream text;
-  text << in.rdbuf();
-  const std::string report = text.str();
-  EXPECT_NE(report.find("\t<productVersion>9.1.0</productVersion>\n\t<build>4711</build>\n"
-                        "\t<osName>Linux</osName>\n\t<osCode>3</osCode>\n"),
-            std::string::npos);
+  const std::string report = readFile(vstat::kReportPath);
   std::vector<mkstore::ReportFigure> figures;
   std::string error;
   ASSERT_TRUE(mkstore::compareReport(report, m, figures, error)) << error;
   for (const mkstore::ReportFigure& f : figures) {
     EXPECT_EQ(f.found, f.expected) << f.collection << " / " << f.counter;
   }
+  EXPECT_TRUE(report == readFile(VSTAT_TEST_DATA_DIR "/report_seed1_3000.xml")) << "the report bytes changed";
 }
 
 TEST(Scan, EmptyStoreDirectoryIsAnsweredTwiceAndStartsNoJob) {
-  ServerProcess server;
-  ASSERT_TRUE(server.start(kServer)) << server.lastError();
-  uint32_t seq = sendProcessStore(server, "");
+  vstat::StatJobClient client;
+  ASSERT_TRUE(startJob(client, ""));
   std::vector<int32_t> codes;
-  for (int i = 0; i < 2; ++i) {
-    MsgPtr answer;
-    ASSERT_EQ(server.waitForAnswer(vstat::ProcessStoreResp, seq, answer, kAnswerMs), ServerProcess::kOk);
-    ASSERT_EQ(answer->type, 0u);  // GenericResp
-    codes.push_back(static_cast<int32_t>(vcom::getU32(answer->payload() + 256)));
+  JobMessage msg;
+  while (codes.size() < 2 && client.next(msg, kAnswerMs) == ServerProcess::kOk) {
+    EXPECT_NE(msg.kind, JobMessage::Progress);
+    if (msg.kind == JobMessage::Refused) codes.push_back(msg.code);
   }
   EXPECT_EQ(codes, (std::vector<int32_t>{2, 5}));
-  server.closeWriteEnd();
-  vcom::ChildExit exit;
-  ASSERT_TRUE(server.waitExit(kAnswerMs, &exit));
-  EXPECT_TRUE(exit.exited && exit.code == 0);
+  expectCleanExit(client);
 }
 
 TEST(Scan, StopProcessingEndsTheJobWhichStillReports) {
   vorlane::testing::TempDir store;
   mkstore::Manifest m;
-  ASSERT_TRUE(generate(store, 3000, m));
-  ServerProcess server;
-  ASSERT_TRUE(server.start(kServer)) << server.lastError();
-  uint32_t seq = sendProcessStore(server, store.path());
-  MsgPtr answer;
-  ASSERT_EQ(server.waitForAnswer(vstat::ProcessStoreResp, seq, answer, kAnswerMs), ServerProcess::kOk);
-  ASSERT_NE(server.sendRequest(vstat::StopProcessing, nullptr, 0, kAnswerMs), 0u);
-
-  vstat::EventBuffT last{};
-  for (;;) {
-    MsgPtr msg;
-    if (server.receive(msg, kJobMs) != ServerProcess::kOk) break;
-    if (msg->type == vstat::ProgressAsync) vstat::decodeEvent(msg->payload(), msg->payloadSize(), last);
-  }
-  vcom::ChildExit exit;
-  ASSERT_TRUE(server.waitExit(kJobMs, &exit));
-  EXPECT_TRUE(exit.exited && exit.code == 0);
-  EXPECT_EQ(last.run, 0u);
-  EXPECT_EQ(last.done, 1u);
+  ASSERT_TRUE(generate(store, 3000, 7, m));
+  vstat::StatJobClient client;
+  ASSERT_TRUE(startJob(client, store.path()));
+  ASSERT_TRUE(client.awaitStarted(kAnswerMs));
+  ASSERT_TRUE(client.requestStop(kAnswerMs));
+  const std::vector<vstat::EventBuffT> seen = events(client);
+  expectCleanExit(client);
+  ASSERT_FALSE(seen.empty());
+  EXPECT_EQ(seen.back().run, 0u);
+  EXPECT_EQ(seen.back().done, 1u);
 }
 
 }  // namespace
