@@ -36,10 +36,10 @@ std::string readFile(const std::string& path) {
   return text.str();
 }
 
-// Writes a sample store of `messages` messages into `dir`.
-bool generate(const vorlane::testing::TempDir& dir, uint64_t messages, uint64_t seed, mkstore::Manifest& manifest) {
+// Writes a sample store of 3000 messages from `seed` into `dir`.
+bool generate(const vorlane::testing::TempDir& dir, uint64_t seed, mkstore::Manifest& manifest) {
   mkstore::StoreOptions options;
-  options.messages = messages;
+  options.messages = 3000;
   options.seed = seed;
   options.outDir = dir.path();
   options.force = true;
@@ -76,16 +76,25 @@ void expectCleanExit(vstat::StatJobClient& client) {
   EXPECT_TRUE(exit.exited && exit.code == 0) << "signal " << exit.signal;
 }
 
-TEST(Scan, JobOnAGeneratedStoreReportsWhatTheGeneratorWrote) {
+// Generates a store of 3000 messages from `seed` and runs one job on it to its end, asking for a stop
+// as soon as it runs when `stop`; returns its progress events (none when the store cannot be made).
+std::vector<vstat::EventBuffT> runJob(uint64_t seed, bool stop, mkstore::Manifest& manifest) {
   vorlane::testing::TempDir store;
-  mkstore::Manifest m;
-  ASSERT_TRUE(generate(store, 3000, 1, m));
+  if (!generate(store, seed, manifest)) return {};
   vstat::StatJobClient client;
-  ASSERT_TRUE(startJob(client, store.path()));
-  ASSERT_TRUE(client.awaitStarted(kAnswerMs));
+  if (!startJob(client, store.path()) || !client.awaitStarted(kAnswerMs)) {
+    ADD_FAILURE() << "the job did not start: " << client.lastError();
+    return {};
+  }
+  EXPECT_TRUE(!stop || client.requestStop(kAnswerMs));
   const std::vector<vstat::EventBuffT> seen = events(client);
   expectCleanExit(client);
+  return seen;
+}
 
+TEST(Scan, JobOnAGeneratedStoreReportsWhatTheGeneratorWrote) {
+  mkstore::Manifest m;
+  const std::vector<vstat::EventBuffT> seen = runJob(1, false, m);
   ASSERT_FALSE(seen.empty());
   for (size_t i = 0; i + 1 < seen.size(); ++i) {
     EXPECT_EQ(seen[i].run, 1u);
@@ -122,15 +131,8 @@ TEST(Scan, EmptyStoreDirectoryIsAnsweredTwiceAndStartsNoJob) {
 }
 
 TEST(Scan, StopProcessingEndsTheJobWhichStillReports) {
-  vorlane::testing::TempDir store;
   mkstore::Manifest m;
-  ASSERT_TRUE(generate(store, 3000, 7, m));
-  vstat::StatJobClient client;
-  ASSERT_TRUE(startJob(client, store.path()));
-  ASSERT_TRUE(client.awaitStarted(kAnswerMs));
-  ASSERT_TRUE(client.requestStop(kAnswerMs));
-  const std::vector<vstat::EventBuffT> seen = events(client);
-  expectCleanExit(client);
+  const std::vector<vstat::EventBuffT> seen = runJob(7, true, m);
   ASSERT_FALSE(seen.empty());
   EXPECT_EQ(seen.back().run, 0u);
   EXPECT_EQ(seen.back().done, 1u);
