@@ -15,6 +15,11 @@
 //   4  the server program is missing, not executable, or cannot be started
 //   5  the server died, hung, or broke the protocol before the job ended
 //   6  the report was written but cannot be read or copied to --report FILE
+//   7  another scan holds the report lock and --no-wait was given
+//
+// Two scans on one machine would share the fixed report path: the report lock (report_lock.h) is taken
+// before the server starts and held until the report has been read and copied; a second scan waits
+// for it (and says so), or with --no-wait gives up at once.
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/utsname.h>
@@ -31,6 +36,7 @@
 #include <iostream>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "commands.h"
 #include "progress_display.h"
@@ -38,6 +44,7 @@
 #include "report_summary.h"
 #include "stat/job_facts.h"
 #include "stat/report_file.h"
+#include "stat/report_lock.h"
 #include "stat/stat_job_client.h"
 #include "stat/vstat_messages.h"
 #include "utils/string_utils.h"
@@ -56,6 +63,7 @@ enum ExitCode {
   kExitNoServer = 4,
   kExitServerDied = 5,
   kExitReportUnusable = 6,
+  kExitBusy = 7,
 };
 
 using vstat::kReportPath;
@@ -114,12 +122,14 @@ struct ScanOptions {
   unsigned long osCode = kDefaultOsCode;
   bool verbose = false;
   bool histograms = true;
+  bool noWait = false;
 };
 
 void printScanUsage(FILE* out) {
   std::fprintf(out,
                "usage: vstat scan STORE_DIR [--server PATH] [--report FILE] [--product-version V]\n"
                "                  [--build N] [--os-name S] [--os-code N] [--verbose] [--no-histograms]\n"
+               "                  [--no-wait]\n"
                "Scans the message store under STORE_DIR/mail with vstatserver and prints a summary of its\n"
                "report (%s).\n"
                "  --server PATH          the server program (default: vstatserver next to vstat)\n"
@@ -130,9 +140,11 @@ void printScanUsage(FILE* out) {
                "  --os-code N            operating system code (default %lu)\n"
                "  --verbose              also show the server's debug log records\n"
                "  --no-histograms        summary without the histogram bars\n"
+               "  --no-wait              fail at once when another scan is running, instead of waiting\n"
                "Ctrl-C stops the scan and reports what was counted; a second Ctrl-C aborts at once.\n"
                "Exit status: 0 report written, 1 job failed or stopped, 2 usage error, 3 store missing,\n"
-               "4 server program missing, 5 server died or hung, 6 report unreadable or not copied.\n",
+               "4 server program missing, 5 server died or hung, 6 report unreadable or not copied,\n"
+               "7 another scan is running (--no-wait).\n",
                kReportPath, kDefaultProductVersion, kDefaultBuild, kDefaultOsCode);
 }
 
@@ -169,6 +181,10 @@ int parseOptions(int argc, char** argv, ScanOptions& options, bool& helpShown) {
     }
     if (arg == "--no-histograms") {
       options.histograms = false;
+      continue;
+    }
+    if (arg == "--no-wait") {
+      options.noWait = true;
       continue;
     }
     if (arg.size() < 2 || arg.compare(0, 2, "--") != 0) {
@@ -351,7 +367,13 @@ class ScanRun {
       : options_(options), display_(std::cout, isatty(STDOUT_FILENO) == 1, terminalWidth(STDOUT_FILENO)) {}
 
   int run() {
-    if (!server_.start(options_.serverPath)) {
+    const int locked = lockReport();
+    if (locked != kExitReport) return locked;
+    // The server we start must not wait for the lock we hold.
+    setenv(vstat::kReportLockHeldVariable, "1", 1);
+    const bool started = server_.start(options_.serverPath);
+    unsetenv(vstat::kReportLockHeldVariable);
+    if (!started) {
       std::fprintf(stderr, "vstat scan: cannot start the server: %s\n", server_.lastError().c_str());
       return kExitNoServer;
     }
@@ -407,6 +429,32 @@ class ScanRun {
       if (status >= 0) return status;
       if (outcome_.finished) return kExitReport;
     }
+  }
+
+  // Takes the report lock, waiting for another scan unless --no-wait; kExitReport once it is ours (or
+  // cannot be had at all, which only costs the protection).
+  int lockReport() {
+    std::string error;
+    ReportLock::Result result = lock_.tryAcquire(error);
+    if (result == ReportLock::Busy) {
+      if (options_.noWait) {
+        std::fprintf(stderr, "vstat scan: another scan is running (%s is locked); not waiting (--no-wait)\n",
+                     vstat::kReportLockPath);
+        return kExitBusy;
+      }
+      display_.note("waiting for another scan to finish");
+      while ((result = lock_.tryAcquire(error)) == ReportLock::Busy) {
+        if (g_interrupts.load() > 0) {
+          display_.finish("");
+          std::fprintf(stderr, "vstat scan: interrupted while waiting for another scan; nothing was scanned\n");
+          return kExitFailed;
+        }
+        display_.tick();
+        std::this_thread::sleep_for(std::chrono::milliseconds(ReportLock::kPollMs));
+      }
+    }
+    if (result == ReportLock::Failed) display_.note("warning: " + error + "; scanning without the report lock");
+    return kExitReport;
   }
 
   // Returns an exit status when the job is over with an error, -1 to go on.
@@ -518,6 +566,7 @@ class ScanRun {
   }
 
   const ScanOptions& options_;
+  ReportLock lock_{vstat::kReportLockPath};  // held until the report has been read and copied
   vstat::StatJobClient server_;
   ProgressDisplay display_;
   JobOutcome outcome_;
