@@ -289,7 +289,8 @@ int main(int argc, char** argv) {
   }
   if (sizes.empty()) sizes = {5000, 50000};
   std::string error;
-  const std::string server = vorlane::vstat::StatJobClient::locateServer(vorlane::vstat::StatJobClient::ownDirectory(error));
+  using vorlane::vstat::StatJobClient;
+  const std::string server = StatJobClient::locateServer(StatJobClient::ownDirectory(error));
   if (access(server.c_str(), X_OK) != 0) {
     fprintf(stderr, "bench_scan: cannot run %s: %s\n", server.c_str(), strerror(errno));
     return 1;
@@ -320,7 +321,8 @@ int main(int argc, char** argv) {
       return 1;
     }
     const double genSeconds = secondsSince(genStart);
-    printf("store of %" PRIu64 " messages (%.1f MB on disk)\n", messages, static_cast<double>(manifest.diskBytes) / 1e6);
+    printf("store of %" PRIu64 " messages (%.1f MB on disk)\n", messages,
+           static_cast<double>(manifest.diskBytes) / 1e6);
     printf("  generation          %.2f s (%.1f MB/s)\n", genSeconds,
            static_cast<double>(manifest.diskBytes) / 1e6 / genSeconds);
     measure(server, options.outDir, runs, &manifest);

@@ -204,8 +204,9 @@ TEST(Scan, ConcurrentScansEachGetTheReportOfTheirOwnStore) {
   for (int round = 0; round < 4; ++round) {
     std::vector<std::unique_ptr<ScanProcess>> scans;
     for (int i = 0; i < 2; ++i) {
-      scans.emplace_back(new ScanProcess({stores[i], "--server", kServer, "--report", work.file(std::to_string(i)) + ".xml"},
-                                         work.file(std::to_string(i) + ".out")));
+      scans.emplace_back(
+          new ScanProcess({stores[i], "--server", kServer, "--report", work.file(std::to_string(i)) + ".xml"},
+                          work.file(std::to_string(i) + ".out")));
     }
     for (int i = 0; i < 2; ++i) {
       ASSERT_EQ(scans[i]->wait(), 0) << scans[i]->output();
@@ -214,7 +215,8 @@ TEST(Scan, ConcurrentScansEachGetTheReportOfTheirOwnStore) {
       ASSERT_TRUE(mkstore::compareReport(readFile(work.file(std::to_string(i)) + ".xml"), manifests[i], figures, error))
           << error;
       for (const mkstore::ReportFigure& f : figures) {
-        EXPECT_EQ(f.found, f.expected) << "round " << round << ", store " << i << ": " << f.collection << " / " << f.counter;
+        EXPECT_EQ(f.found, f.expected) << "round " << round << ", store " << i << ": " << f.collection << " / "
+                                       << f.counter;
       }
     }
   }

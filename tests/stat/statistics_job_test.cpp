@@ -140,7 +140,8 @@ TEST_F(Job, ProgressEventsFollowDomainsAndMailboxes) {
 
 TEST_F(Job, StopDuringAMailboxUnwindsWithoutMergingAndStillReports) {
   store.write("mail/a.com/john/INBOX/status.fld", "T0\n");
-  for (const char* name : {"1.eml", "2.eml", "3.eml"}) store.write(std::string("mail/a.com/john/INBOX/#msgs/") + name, kMessage);
+  for (const char* name : {"1.eml", "2.eml", "3.eml"})
+    store.write(std::string("mail/a.com/john/INBOX/#msgs/") + name, kMessage);
   channel.stopInMailbox = "john";  // seen at the poll after the first message file
   run();
 
