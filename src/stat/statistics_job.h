@@ -14,6 +14,7 @@
 #include <string>
 
 #include "stat/job_channel.h"
+#include "stat/report_lock.h"
 #include "stat/statistic.h"
 #include "stat/store_walk.h"
 #include "stat/vstat_messages.h"
@@ -22,6 +23,11 @@ class StatisticsJob : private StoreVisitor {
  public:
   // The walk starts at request.storeDir followed by "/mail"; the report goes to reportPath.
   StatisticsJob(const vorlane::vstat::ProcessStoreReqBuffT& request, JobChannel& channel, std::string reportPath);
+
+  // Makes run() hold the report lock at lockPath (report_lock.h) from its start until the report is in
+  // place. A stop while it waits for the lock ends the job without a report; a lock that cannot be
+  // taken at all is reported and the job runs without it.
+  void takeReportLock(const std::string& lockPath) { lockPath_ = lockPath; }
 
   // The whole job: catalogue, mailbox count, walk, report, final progress event. Runs once.
   void run();
@@ -40,12 +46,15 @@ class StatisticsJob : private StoreVisitor {
   void indexEntryFound(const StorePlace& place, Collection::FolderType type, const IndexEntry& entry) override;
   void walkError(const std::string& line) override;
 
+  // Takes the report lock when asked to; false when the job must end without a report.
+  bool lockReport(ReportLock& lock);
   void writeReport();
   void sendProgress(const StorePlace& place);
 
   const vorlane::vstat::ProcessStoreReqBuffT request_;
   JobChannel& channel_;
   const std::string reportPath_;
+  std::string lockPath_;  // empty: the caller looks after the report lock
   Statistic statistic_;
   unsigned mailboxCount_ = 0;
   unsigned processedMailboxes_ = 0;
