@@ -44,7 +44,9 @@ int VStatServer::sendProgressMsg(EventBuffT& ev) {
   // The queued copy is what goes out; log from it so the line shows the cut-to-field values.
   dbgPrint("Sending ProgressAsync; dom=%s, mbox=%s, run=%d\n", msg->payload(), msg->payload() + sizeof ev.dom,
            static_cast<int>(ev.run));
-  sendResponse(msg);
+  // While the parent lags, a newer running event may replace one it has not taken yet; the final
+  // event (run 0) always goes out.
+  sendResponse(msg, ev.run ? vorlane::vcom::SendKind::Replaceable : vorlane::vcom::SendKind::Normal);
   return 0;
 }
 

@@ -170,17 +170,18 @@ void ServerDispatcher::sendLoop() {
 }
 
 void ServerDispatcher::heartBeatLoop() {
-  sendResponse(makeU32Msg(HeartBeat, 0, 0));
+  // Heartbeats only say the server lives: one unsent heartbeat may stand for many.
+  sendResponse(makeU32Msg(HeartBeat, 0, 0), SendKind::Replaceable);
   while (!stopHeartBeat_) {
     heartBeatEvent_.timedwait(heartBeatMs_.load());
-    sendResponse(makeU32Msg(HeartBeat, 0, 0));
+    sendResponse(makeU32Msg(HeartBeat, 0, 0), SendKind::Replaceable);
   }
   signalFinished(heartBeatEnded_);
 }
 
 void ServerDispatcher::recvLoop() {
   IOError err;
-  while (!stopRecv_) {
+  while (!stopRecv_ && waitForRoom()) {
     Msg hdr;
     if (pipe_.recvMsgHdr(&hdr, err) != 0) {
       if (err.code == IOError::kRecvFailed) stopRecv_ = true;
@@ -189,6 +190,17 @@ void ServerDispatcher::recvLoop() {
     if (stopRecv_ || !receiveOne(hdr)) break;
   }
   signalFinished(recvEnded_);
+}
+
+bool ServerDispatcher::waitForRoom() {
+  // Answers are never dropped, so while the queue is full no further request is read: the parent's
+  // requests wait in its pipe, and the server's memory stays flat.
+  while (!queue_.waitForRoom(kRoomCheckMs)) {
+    if (stopRecv_ || queue_.closed()) return false;
+    // A parent that has closed its end and takes nothing will never make room.
+    if (queue_.stalledFor(kSendStallMs) && pipe_.inputEnded()) return false;
+  }
+  return true;
 }
 
 bool ServerDispatcher::receiveOne(const Msg& hdr) {

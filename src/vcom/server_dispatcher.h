@@ -8,6 +8,10 @@
 // returning 0 means the handler took the message and deletes it; any other result leaves it with the
 // dispatcher, which answers "Unknown request" (code 5) with the request's sequence number and frees it.
 //
+// Flow control: while the send queue is full (send_queue.h) the receive thread reads no request, so
+// a parent that sends without reading fills its own pipe, not the server's memory. A parent that has
+// closed its end and took nothing for kSendStallMs is given up on.
+//
 // Protocol errors: a header announcing fewer than 16 bytes or more than 32 bits can come from no
 // correct peer and leaves no trustworthy frame boundary, so the conversation ends (a LogErr record is
 // queued and the receive loop stops; run() returns). A request above kMaxRequestSize is drained and
@@ -41,7 +45,7 @@ class ServerDispatcher : private boost::noncopyable {
   // store request of 692 bytes or a working-directory path.
   static const uint64_t kMaxRequestSize = 1 << 20;
   static const long kDefaultHeartBeatMs = 60000;
-  // How long stopping waits for queued messages while none of them leaves.
+  // How long the server waits for a parent that takes none of its queued messages.
   static const long kSendStallMs = 5000;
 
   // Builds the pipe from the descriptor numbers in cmdLine; starts nothing.
@@ -111,12 +115,16 @@ class ServerDispatcher : private boost::noncopyable {
   void sendLoop();
   void recvLoop();
   void heartBeatLoop();
+  // Before each request: waits while the send queue is full; false ends the receive loop.
+  bool waitForRoom();
   // Handles one received header; false ends the receive loop.
   bool receiveOne(const Msg& hdr);
   void dispatch(Msg* msg);
   void toggleLog(Msg* msg, std::atomic<uint32_t>& offValue);
   void queueLogText(uint32_t type, const std::atomic<uint32_t>& offValue, const char* fmt, va_list args);
   void signalFinished(std::atomic<bool>& which);
+
+  static const long kRoomCheckMs = 100;
 
   tiny::VMutex contextMutex_;  // guards the request set
   std::set<RequestContext*> requestSet_;

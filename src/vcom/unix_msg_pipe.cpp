@@ -84,6 +84,11 @@ bool UnixMsgPipe::waitReadable() {
   }
 }
 
+bool UnixMsgPipe::inputEnded() const {
+  struct pollfd fd = {readFd_, POLLIN, 0};
+  return poll(&fd, 1, 0) == 1 && (fd.revents & (POLLHUP | POLLERR | POLLNVAL));
+}
+
 bool UnixMsgPipe::getFdNum(const char* s, int* fd) {
   if (!s || !fd) return false;
   *fd = 0;

@@ -62,6 +62,9 @@ class UnixMsgPipe : public MsgPipe {
   // thread and from signal handlers.
   void interruptRecv();
 
+  // Every writer of the input has closed it (bytes may still be unread). Does not block.
+  bool inputEnded() const;
+
   // Close one direction only (the parent ends the conversation by closing its write end).
   void closeReadFd();
   void closeWriteFd();
