@@ -51,7 +51,7 @@ ServerDispatcher::~ServerDispatcher() {
   // interrupt ends that read, so the thread never outlives the pipe it reads.
   if (recvThreadStarted_) {
     stopRecv_ = true;
-    pipe_.interruptRecv();
+    pipe_.interrupt();
     stopRecvThread();
   }
   queue_.close();
@@ -61,9 +61,9 @@ int ServerDispatcher::handleMessage(Msg*) { return -1; }
 
 bool ServerDispatcher::init() {
   if (!pipe_.initServer()) return false;
-  // Without the wake-up pipe (descriptors exhausted) the server still serves; only ending the receive
-  // thread early then waits for the parent to close its end.
-  if (!pipe_.enableRecvInterrupt()) dbgPrint("cannot make receives interruptible: %s\n", strerror(errno));
+  // Without the wake-up pipe (descriptors exhausted) the server still serves; only ending a blocked
+  // transfer early then waits for the parent.
+  if (!pipe_.enableInterrupt()) dbgPrint("cannot make pipe transfers interruptible: %s\n", strerror(errno));
   stopHeartBeat_ = false;
   stopRecv_ = false;
   sendThreadStarted_ = tiny::createThread(&ServerDispatcher::sendThreadEntry, this, &sendThread_,
@@ -94,7 +94,7 @@ void ServerDispatcher::stop() {
 void ServerDispatcher::stopRecvThread() {
   if (!recvThreadStarted_) return;
   stopRecv_ = true;
-  pipe_.interruptRecv();
+  pipe_.interrupt();
   tiny::waitForThread(recvThread_);
   recvThread_ = 0;
   recvThreadStarted_ = false;
@@ -111,8 +111,10 @@ void ServerDispatcher::stopHeartBeat() {
 
 void ServerDispatcher::stopSendThread() {
   if (!sendThreadStarted_) return;
-  // What is queued so far still goes out; then the queue closes, which ends the send thread.
-  queue_.waitUntilSent(kSendStallMs);
+  // What is queued still goes out while the parent takes it. A parent that takes nothing is given up
+  // on after kSendStallMs (counted once: a queue that stood still that long already gets no more), and
+  // a write it blocks is interrupted; closing the queue then ends the send thread.
+  if (queue_.stalledFor(kSendStallMs) || !queue_.waitUntilSent(kSendStallMs)) pipe_.interrupt();
   queue_.close();
   tiny::waitForThread(sendThread_);
   sendThread_ = 0;

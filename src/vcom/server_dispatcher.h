@@ -54,8 +54,9 @@ class ServerDispatcher : private boost::noncopyable {
   virtual unsigned getProtocolVersion() const = 0;
   // Called on the receive thread for every type the dispatcher does not handle itself (see above).
   virtual int handleMessage(Msg* msg);
-  // Stops the send thread (writing what is still queued), then ends and joins the heartbeat and the
-  // receive thread (a read in progress is interrupted), so no thread outlives the object.
+  // Stops the send thread (writing what is still queued while the parent takes it, see stopSendThread),
+  // then ends and joins the heartbeat and the receive thread (a read in progress is interrupted), so no
+  // thread outlives the object.
   virtual ~ServerDispatcher();
 
   // Starts the send, receive and heartbeat threads; false when the descriptors are missing (nothing
@@ -65,6 +66,8 @@ class ServerDispatcher : private boost::noncopyable {
   void run();
   // Ends all three threads; a read in progress is interrupted.
   void stop();
+  // Lets the send thread write what is queued while the parent takes it; a parent that takes nothing
+  // for kSendStallMs is given up on (a write it blocks is interrupted). Then ends the send thread.
   void stopSendThread();
   void stopRecvThread();
   void stopHeartBeat();
