@@ -8,10 +8,15 @@
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
 
 #include "stat/vstat_server.h"
+#include "vcom/exit_deadline.h"
 
 namespace {
+
+// The queue's grace for a parent that takes nothing, then as long again for a stopped job to end.
+const long kShutdownLimitMs = 2 * vorlane::vcom::ServerDispatcher::kSendStallMs;
 
 // Owns the debug stream named by VSTAT_DEBUG; standard error is borrowed, never closed.
 class DebugStream {
@@ -59,8 +64,13 @@ std::string joinArguments(int argc, char** argv) {
 int run(const char* cmdLine) {
   signal(SIGPIPE, SIG_IGN);
   DebugStream debug;
-  VStatServer server(cmdLine, debug.get());
-  if (!server.init()) return -1;
-  server.run();
+  std::unique_ptr<VStatServer> server(new VStatServer(cmdLine, debug.get()));
+  if (!server->init()) return -1;
+  server->run();
+  // Ending the server sends what is queued while the parent takes it, then stops a running job and
+  // joins every thread. A job stuck in a system call can never be joined, so the process ends anyway
+  // once the limit has passed.
+  vorlane::vcom::ExitDeadline deadline(kShutdownLimitMs, 0);
+  server.reset();
   return 0;
 }

@@ -6,6 +6,8 @@
 // Exit status: 0 after a Terminate request or the end of the pipe (also after a protocol error that
 // ends the conversation); 255 when the descriptors are missing or a dispatcher thread cannot start
 // (nothing is written to the pipe then). After a statistics job the job itself ends the process with 0.
+// Once Terminate or the end of the pipe has been seen the process ends within 10 s, even when a job
+// thread is stuck in a system call and cannot be joined.
 //
 // Local debug lines are silent by default. An administrator switches them on with the environment
 // variable VSTAT_DEBUG: "-" writes them to standard error, any other value names a file they are
