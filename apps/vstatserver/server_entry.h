@@ -11,8 +11,10 @@
 //
 // Local debug lines are silent by default. An administrator switches them on with the environment
 // variable VSTAT_DEBUG: "-" writes them to standard error, any other value names a file they are
-// appended to (created with mode 0600 when missing). A file that cannot be opened is reported once on
-// standard error and the server runs silent.
+// appended to (created with mode 0600 when missing). The file is never reached through a symbolic link
+// and must be a regular file owned by the server's user; a file that cannot be opened or is refused is
+// reported once on standard error and the server runs without debug lines. Control characters in
+// debug lines are escaped.
 //
 // SIGPIPE is ignored: a parent that goes away makes the next write fail, which ends the send thread
 // and run(), instead of killing the process.

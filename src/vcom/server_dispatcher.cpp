@@ -9,6 +9,7 @@
 
 #include "tiny/thread.h"
 #include "vcom/debug_line.h"
+#include "vcom/line_text.h"
 
 namespace vorlane {
 namespace vcom {
@@ -335,7 +336,8 @@ void ServerDispatcher::queueLogText(uint32_t type, const std::atomic<uint32_t>& 
   if (offValue.load() != 0) return;
   Msg* msg = Msg::create(kLogTextSize, type, 0);
   if (!msg) return;
-  vsnprintf(msg->payload(), kLogTextLen, fmt, args);
+  const std::string text = formatLineV(fmt, args);
+  text.copy(msg->payload(), kLogTextLen - 1);
   sendResponse(msg);
 }
 
@@ -362,8 +364,9 @@ void ServerDispatcher::logErr(int code, const char* fmt, ...) {
   memcpy(msg->payload(), &hostCode, sizeof hostCode);
   va_list args;
   va_start(args, fmt);
-  vsnprintf(msg->payload() + 4, kLogTextLen, fmt, args);
+  const std::string text = formatLineV(fmt, args);
   va_end(args);
+  text.copy(msg->payload() + 4, kLogTextLen - 1);
   sendResponse(msg);
 }
 

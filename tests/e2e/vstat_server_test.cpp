@@ -1,6 +1,8 @@
 // VStatServer's own messages: payload wire layouts and progress events as they leave the server
 // (in-process over real pipes), and the local debug lines switched on through VSTAT_DEBUG.
+#include <fcntl.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
@@ -114,30 +116,72 @@ TEST(VstatServerEvents, LaggingParentGetsTheFirstAndFinalEventsInOrder) {
   EXPECT_NE(lines.find(" cannot open /store/100%s/x: No such file\n"), std::string::npos);
 }
 
-TEST(VstatServerDebug, VstatDebugNamesTheFileForLocalDebugLines) {
-  const vorlane::testing::TempDir dir;
-  const std::string path = dir.file("debug.log");
-  setenv("VSTAT_DEBUG", path.c_str(), 1);
-  vcom::ServerProcess server;
-  const bool started = server.start(VSTAT_BIN_DIR "/vstatserver");
-  unsetenv("VSTAT_DEBUG");
-  ASSERT_TRUE(started) << server.lastError();
-  const uint32_t seq = server.sendRequest(vcom::GetProtocolVersion, nullptr, 0, 5000);
-  MsgPtr msg;
-  ASSERT_EQ(server.waitForAnswer(vcom::ProtocolVersionResp, seq, msg, 5000), vcom::ServerProcess::kOk);
-  server.closeWriteEnd();
-  vcom::ChildExit how;
-  ASSERT_TRUE(server.waitExit(5000, &how));
-
+std::string readFile(const std::string& path) {
   std::ifstream in(path);
   std::stringstream text;
   text << in.rdbuf();
-  const std::string lines = text.str();
-  EXPECT_NE(lines.find(" VStatServer started\n"), std::string::npos) << lines;
-  EXPECT_NE(lines.find(" received message header, Seq: " + std::to_string(seq) + " Type:10 Size: 16\n"),
-            std::string::npos)
-      << lines;
-  EXPECT_NE(lines.find(" VStatServer stopped\n"), std::string::npos) << lines;
+  return text.str();
+}
+
+// VSTAT_DEBUG names the debug file. A plain file of the server's user (created 0600 when missing) gets
+// the lines, a name with a line end in them escaped; a link, a FIFO or another user's file is refused
+// with a note on standard error, untouched, and the server serves on without debug lines.
+TEST(VstatServerDebug, DebugFileIsOnlyEverAPlainFileOfTheServersUser) {
+  const vorlane::testing::TempDir dir;
+  const std::string victim = dir.write("victim", "");
+  struct Case {
+    const char* name;
+    std::string path;
+    bool accepted;
+  };
+  std::vector<Case> cases = {{"new file", dir.file("debug.log"), true}, {"link", dir.file("link"), false},
+                             {"fifo", dir.file("fifo"), false}};
+  ASSERT_EQ(0, symlink(victim.c_str(), cases[1].path.c_str()));
+  ASSERT_EQ(0, mkfifo(cases[2].path.c_str(), 0600));
+  // Only the superuser can give a file away; elsewhere the ownership check goes untested here.
+  if (geteuid() == 0) {
+    cases.push_back({"another user's file", dir.write("theirs", ""), false});
+    ASSERT_EQ(0, chown(cases.back().path.c_str(), 65534, 65534));
+  }
+  const std::string forged = "/nonexistent\nforged line";
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string errPath = dir.file(std::string("stderr ") + c.name);
+    const int savedErr = dup(2);
+    const int errFd = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    ASSERT_GE(errFd, 0);
+    dup2(errFd, 2);
+    close(errFd);
+    setenv("VSTAT_DEBUG", c.path.c_str(), 1);
+    vcom::ServerProcess server;
+    const bool started = server.start(VSTAT_BIN_DIR "/vstatserver");
+    unsetenv("VSTAT_DEBUG");
+    dup2(savedErr, 2);
+    close(savedErr);
+    ASSERT_TRUE(started) << server.lastError();
+    const uint32_t seq = server.sendRequest(vcom::SetWorkDir, forged.c_str(), forged.size() + 1, 5000);
+    MsgPtr msg;
+    ASSERT_EQ(server.waitForAnswer(vcom::GenericResp, seq, msg, 5000), vcom::ServerProcess::kOk);
+    server.closeWriteEnd();
+    vcom::ChildExit how;
+    ASSERT_TRUE(server.waitExit(5000, &how));
+
+    const std::string errors = readFile(errPath);
+    if (c.accepted) {
+      const std::string lines = readFile(c.path);
+      EXPECT_NE(lines.find(" VStatServer started\n"), std::string::npos) << lines;
+      EXPECT_NE(lines.find(" chdir to /nonexistent\\x0aforged line failed\n"), std::string::npos) << lines;
+      struct stat st;
+      ASSERT_EQ(0, stat(c.path.c_str(), &st));
+      EXPECT_EQ(st.st_mode & 07777, 0600u);
+      EXPECT_EQ(errors, "");
+    } else {
+      EXPECT_NE(errors.find("debug file " + c.path + " refused"), std::string::npos) << errors;
+      if (c.path != cases[2].path) {
+        EXPECT_EQ(readFile(c.path), "");
+      }
+    }
+  }
 }
 
 }  // namespace
