@@ -24,24 +24,7 @@ Msg* makeU32Msg(uint32_t type, uint32_t seq, uint32_t value) {
 
 }  // namespace
 
-ServerDispatcher::ServerDispatcher(const char* cmdLine)
-    : stopRecv_(false),
-      pipe_(cmdLine),
-      debug_(nullptr),
-      dbgLogOff_(0),
-      wrnLogOff_(0),
-      errLogOff_(0),
-      sendThreadStarted_(false),
-      sendThread_(0),
-      recvThreadStarted_(false),
-      recvThread_(0),
-      heartBeatThread_(0),
-      heartBeatStarted_(false),
-      stopHeartBeat_(false),
-      heartBeatMs_(kDefaultHeartBeatMs),
-      recvEnded_(false),
-      sendEnded_(false),
-      heartBeatEnded_(false) {}
+ServerDispatcher::ServerDispatcher(const char* cmdLine) : pipe_(cmdLine) {}
 
 ServerDispatcher::~ServerDispatcher() {
   stopSendThread();
@@ -50,12 +33,7 @@ ServerDispatcher::~ServerDispatcher() {
   stopHeartBeat();
   // The receive thread may still block in a read when run() ended through a failed write; the
   // interrupt ends that read, so the thread never outlives the pipe it reads.
-  if (recvThreadStarted_) {
-    stopRecv_ = true;
-    pipe_.interrupt();
-    stopRecvThread();
-  }
-  queue_.close();
+  stopRecvThread();
 }
 
 int ServerDispatcher::handleMessage(Msg*) { return -1; }
@@ -243,26 +221,19 @@ bool ServerDispatcher::receiveOne(const Msg& hdr) {
 void ServerDispatcher::dispatch(Msg* msg) {
   switch (msg->type) {
     case Terminate:
-      terminate(msg);
-      return;
+      return terminate(msg);
     case SetWorkDir:
-      setWorkDir(msg);
-      return;
+      return setWorkDir(msg);
     case GetWorkDir:
-      getWorkDir(msg);
-      return;
+      return getWorkDir(msg);
     case ToggleDbgLog:
-      toggleDbgLog(msg);
-      return;
+      return toggleDbgLog(msg);
     case ToggleWrnLog:
-      toggleWrnLog(msg);
-      return;
+      return toggleWrnLog(msg);
     case ToggleErrLog:
-      toggleErrLog(msg);
-      return;
+      return toggleErrLog(msg);
     case GetProtocolVersion:
-      getProtocolVersion(msg);
-      return;
+      return getProtocolVersion(msg);
     case Echo:
       sendGenericResponse(msg, kRespOk, "O.K. - Echo");
       // Long-standing behaviour that clients depend on: the echo discards as many bytes again as its
@@ -331,43 +302,37 @@ void ServerDispatcher::getProtocolVersion(Msg* msg) {
   delete msg;
 }
 
-void ServerDispatcher::queueLogText(uint32_t type, const std::atomic<uint32_t>& offValue, const char* fmt,
-                                    va_list args) {
+void ServerDispatcher::queueLogRecord(uint32_t type, const std::atomic<uint32_t>& offValue, const int32_t* code,
+                                      const char* fmt, va_list args) {
   if (offValue.load() != 0) return;
-  Msg* msg = Msg::create(kLogTextSize, type, 0);
+  Msg* msg = Msg::create(code ? kLogErrSize : kLogTextSize, type, 0);
   if (!msg) return;
-  const std::string text = formatLineV(fmt, args);
-  text.copy(msg->payload(), kLogTextLen - 1);
+  // An error record's code travels in the sender's host order, as the record has always carried it.
+  if (code) memcpy(msg->payload(), code, sizeof *code);
+  formatLineV(fmt, args).copy(msg->payload() + (code ? sizeof *code : 0), kLogTextLen - 1);
   sendResponse(msg);
 }
 
 void ServerDispatcher::logDbg(const char* fmt, ...) {
   va_list args;
   va_start(args, fmt);
-  queueLogText(LogDbg, dbgLogOff_, fmt, args);
+  queueLogRecord(LogDbg, dbgLogOff_, nullptr, fmt, args);
   va_end(args);
 }
 
 void ServerDispatcher::logWrn(const char* fmt, ...) {
   va_list args;
   va_start(args, fmt);
-  queueLogText(LogWrn, wrnLogOff_, fmt, args);
+  queueLogRecord(LogWrn, wrnLogOff_, nullptr, fmt, args);
   va_end(args);
 }
 
 void ServerDispatcher::logErr(int code, const char* fmt, ...) {
-  if (errLogOff_.load() != 0) return;
-  Msg* msg = Msg::create(kLogErrSize, LogErr, 0);
-  if (!msg) return;
-  // The code travels in the sender's host order, as the record has always carried it.
   const int32_t hostCode = code;
-  memcpy(msg->payload(), &hostCode, sizeof hostCode);
   va_list args;
   va_start(args, fmt);
-  const std::string text = formatLineV(fmt, args);
+  queueLogRecord(LogErr, errLogOff_, &hostCode, fmt, args);
   va_end(args);
-  text.copy(msg->payload() + 4, kLogTextLen - 1);
-  sendResponse(msg);
 }
 
 void ServerDispatcher::dbgPrint(const char* fmt, ...) {

@@ -124,7 +124,9 @@ class ServerDispatcher : private boost::noncopyable {
   bool receiveOne(const Msg& hdr);
   void dispatch(Msg* msg);
   void toggleLog(Msg* msg, std::atomic<uint32_t>& offValue);
-  void queueLogText(uint32_t type, const std::atomic<uint32_t>& offValue, const char* fmt, va_list args);
+  // Queues a log record while its stream is on; an error record (LogErr) also carries *code.
+  void queueLogRecord(uint32_t type, const std::atomic<uint32_t>& offValue, const int32_t* code, const char* fmt,
+                      va_list args);
   void signalFinished(std::atomic<bool>& which);
 
   static const long kRoomCheckMs = 100;
@@ -135,26 +137,26 @@ class ServerDispatcher : private boost::noncopyable {
   SendQueue queue_;
   tiny::VEvent reqSetEmptyEvent_;
   tiny::VEvent finishedEvent_;
-  std::atomic<bool> stopRecv_;
+  std::atomic<bool> stopRecv_{false};
   UnixMsgPipe pipe_;
-  std::atomic<FILE*> debug_;
+  std::atomic<FILE*> debug_{nullptr};
   // A stream of log records is sent while its value is 0; all streams start switched on.
-  std::atomic<uint32_t> dbgLogOff_;
-  std::atomic<uint32_t> wrnLogOff_;
-  std::atomic<uint32_t> errLogOff_;
-  bool sendThreadStarted_;
-  unsigned long sendThread_;
-  bool recvThreadStarted_;
-  unsigned long recvThread_;
-  unsigned long heartBeatThread_;
+  std::atomic<uint32_t> dbgLogOff_{0};
+  std::atomic<uint32_t> wrnLogOff_{0};
+  std::atomic<uint32_t> errLogOff_{0};
+  bool sendThreadStarted_ = false;
+  unsigned long sendThread_ = 0;
+  bool recvThreadStarted_ = false;
+  unsigned long recvThread_ = 0;
+  unsigned long heartBeatThread_ = 0;
   tiny::VEvent heartBeatEvent_;
-  bool heartBeatStarted_;
-  std::atomic<bool> stopHeartBeat_;
-  std::atomic<long> heartBeatMs_;
+  bool heartBeatStarted_ = false;
+  std::atomic<bool> stopHeartBeat_{false};
+  std::atomic<long> heartBeatMs_{kDefaultHeartBeatMs};
   // Which thread has ended; run() rechecks them, since an event wait may wake spuriously.
-  std::atomic<bool> recvEnded_;
-  std::atomic<bool> sendEnded_;
-  std::atomic<bool> heartBeatEnded_;
+  std::atomic<bool> recvEnded_{false};
+  std::atomic<bool> sendEnded_{false};
+  std::atomic<bool> heartBeatEnded_{false};
 };
 
 }  // namespace vcom

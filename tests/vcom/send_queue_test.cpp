@@ -23,7 +23,7 @@ Msg* makeMsg(uint32_t type, uint32_t seq) { return Msg::create(kMsgSize, type, s
 // Pops everything queued so far, as the send thread would, without waiting for more.
 std::vector<std::pair<uint32_t, uint32_t>> drain(SendQueue& queue) {
   std::vector<std::pair<uint32_t, uint32_t>> got;
-  while (queue.queuedBytes() > 0) {
+  while (!queue.waitUntilSent(0)) {
     MsgPtr msg(queue.pop());
     got.emplace_back(msg->type, msg->seq);
     queue.written();
@@ -122,12 +122,10 @@ TEST(SendQueue, WaitUntilSentFollowsTheConsumersProgress) {
     }
   });
   EXPECT_TRUE(queue.waitUntilSent(kIdleMs)) << "gave up on a consumer that kept taking";
-  EXPECT_EQ(queue.queuedBytes(), 0u);
   queue.close();
   slowConsumer.join();
   EXPECT_FALSE(queue.waitUntilSent(kIdleMs));
-  queue.push(makeMsg(1, 99));  // deleted at once: nobody will send it
-  EXPECT_EQ(queue.queuedBytes(), 0u);
+  queue.push(makeMsg(1, 99));  // deleted at once (the leak checker would see it otherwise)
 }
 
 TEST(SendQueue, WaitForRoomReturnsOnceAMessageHasLeft) {
