@@ -204,7 +204,7 @@ TEST_F(Dispatcher, LongRecordsAndResponsesAreCutToTheirFields) {
 }
 
 // A parent that sends without reading: the server stops reading once its queue is full, and when the
-// parent finally reads, every request has its answer, in order.
+// parent finally reads, every request has its answer, in order, and the server reads on.
 TEST_F(Dispatcher, ParentThatDoesNotReadStopsTheReceiverAndLosesNoAnswer) {
   start();
   const uint32_t kMost = 200000;
@@ -232,6 +232,11 @@ TEST_F(Dispatcher, ParentThatDoesNotReadStopsTheReceiverAndLosesNoAnswer) {
     ASSERT_EQ(msg->type, uint32_t(ProtocolVersionResp));
     ASSERT_EQ(msg->seq, seq);
   }
+  fcntl(out, F_SETFL, fcntl(out, F_GETFL) & ~O_NONBLOCK);
+  send(GetProtocolVersion, sent + 1);  // read once the queue has room again
+  MsgPtr msg = nextReal();
+  ASSERT_TRUE(msg) << "the server did not resume reading";
+  EXPECT_EQ(msg->seq, sent + 1);
 }
 
 // The peer keeps its end open and silent: stopping must not wait for it.

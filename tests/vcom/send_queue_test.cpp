@@ -1,8 +1,6 @@
 // The send queue without a pipe: producer threads against a consumer thread that plays the send thread,
 // the coalescing of replaceable messages at the bound, and the waits that give up on a stalled consumer.
-#include <atomic>
 #include <chrono>
-#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -126,22 +124,6 @@ TEST(SendQueue, WaitUntilSentFollowsTheConsumersProgress) {
   slowConsumer.join();
   EXPECT_FALSE(queue.waitUntilSent(kIdleMs));
   queue.push(makeMsg(1, 99));  // deleted at once (the leak checker would see it otherwise)
-}
-
-TEST(SendQueue, WaitForRoomReturnsOnceAMessageHasLeft) {
-  SendQueue queue(2 * kCharge);
-  queue.push(makeMsg(1, 1));
-  EXPECT_TRUE(queue.waitForRoom(0));
-  queue.push(makeMsg(1, 2));
-  EXPECT_FALSE(queue.waitForRoom(20));
-  std::thread consumer([&queue] {
-    MsgPtr msg(queue.pop());
-    queue.written();
-  });
-  EXPECT_TRUE(queue.waitForRoom(5000));
-  consumer.join();
-  queue.close();
-  EXPECT_FALSE(queue.waitForRoom(5000));
 }
 
 }  // namespace
