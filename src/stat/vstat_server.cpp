@@ -3,6 +3,7 @@
 #include <unistd.h>
 
 #include "stat/job_facts.h"
+#include "stat/scan_settings.h"
 #include "stat/statistics_job.h"
 #include "tiny/thread.h"
 #include "vcom/message_types.h"
@@ -130,7 +131,7 @@ void VStatServer::queueStatResponse(const Msg* req, uint32_t type, uint32_t valu
 
 void VStatServer::counterThread(void* serverArg) {
   VStatServer* server = static_cast<VStatServer*>(serverArg);
-  StatisticsJob(server->request, server->channel, vorlane::vstat::kReportPath).run();
+  StatisticsJob(server->request, server->channel, vorlane::vstat::kReportPath, scanSettingsFromEnvironment()).run();
   // One process serves one run. The last events must reach the parent before the process ends; the
   // other threads are still running, so the process ends without running static destructors under them.
   server->waitUntilSent(kFinalSendTimeoutMs);
