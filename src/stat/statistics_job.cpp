@@ -12,7 +12,7 @@ StatisticsJob::StatisticsJob(const vorlane::vstat::ProcessStoreReqBuffT& request
     : request_(request),
       channel_(channel),
       reportPath_(std::move(reportPath)),
-      queue_(settings.threads > 1 ? new MessageReadQueue(settings) : nullptr) {}
+      queue_(settings.threads > 1 || settings.gentle ? new MessageReadQueue(settings) : nullptr) {}
 
 void StatisticsJob::run() {
   const std::string root = std::string(request_.storeDir) + vorlane::vstat::kMailRoot;

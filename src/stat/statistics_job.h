@@ -9,7 +9,8 @@
 //
 // With parser threads, the message files of a folder go through a read queue (MessageReadQueue):
 // announced to the kernel ahead of time and read on those threads, while the job alone counts them in
-// listing order. With one thread the job reads each message itself as the walk finds it. Whatever the threads, the requester sees the same report, events and error lines: the
+// listing order. With one thread the job reads each message itself as the walk finds it (through the
+// queue, without threads, only in gentle mode, which needs the queue's look at the page cache). Whatever the threads, the requester sees the same report, events and error lines: the
 // stop request is looked at after every message counted, as a walk that reads each message itself does,
 // and the messages read ahead of it are then dropped; everything but a message of the same folder
 // waits until the queued messages are counted.
@@ -70,7 +71,7 @@ class StatisticsJob : private StoreVisitor {
   unsigned processedMailboxes_ = 0;
   bool counting_ = false;
   bool reportWritten_ = false;
-  const std::unique_ptr<MessageReadQueue> queue_;  // null with one thread
+  const std::unique_ptr<MessageReadQueue> queue_;  // null with one thread, unless gentle
   StorePlace queuedPlace_;  // the folder whose messages are queued
   Collection::FolderType queuedType_ = Collection::MailFolder;
   // Reused for every message, so that its buffers do not grow again for each one.
