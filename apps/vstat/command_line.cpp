@@ -90,14 +90,14 @@ int CommandLine::help(const std::string& command) {
   return 0;
 }
 
-CLI::Validator numberUpTo(unsigned long long max) {
+CLI::Validator numberUpTo(unsigned long long max, unsigned long long min) {
   return CLI::Validator(
-      [max](std::string& value) -> std::string {
+      [max, min](std::string& value) -> std::string {
         const bool digits = !value.empty() && value.find_first_not_of("0123456789") == std::string::npos;
         errno = 0;
         const unsigned long long n = digits ? std::strtoull(value.c_str(), nullptr, 10) : 0;
-        if (digits && errno == 0 && n <= max) return std::string();
-        return "needs a number from 0 to " + std::to_string(max) + ", not '" + value + "'";
+        if (digits && errno == 0 && n >= min && n <= max) return std::string();
+        return "needs a number from " + std::to_string(min) + " to " + std::to_string(max) + ", not '" + value + "'";
       },
       "");
 }

@@ -47,8 +47,8 @@ class CommandLine {
 };
 
 // Checks for option values, run before the value is converted; their messages complete "--NAME ...".
-// A decimal number from 0 to `max`, digits only.
-CLI::Validator numberUpTo(unsigned long long max);
+// A decimal number from `min` to `max`, digits only.
+CLI::Validator numberUpTo(unsigned long long max, unsigned long long min = 0);
 // A text of at most `maxLength` bytes, and at least one unless `mayBeEmpty`.
 CLI::Validator textOfLength(size_t maxLength, bool mayBeEmpty = false);
 

@@ -47,6 +47,7 @@
 #include "stat/report_file.h"
 #include "stat/report_lock.h"
 #include "stat/stat_job_client.h"
+#include "stat/scan_settings.h"
 #include "stat/vstat_messages.h"
 #include "utils/string_utils.h"
 #include "vcom/message_types.h"
@@ -123,6 +124,8 @@ struct ScanOptions {
   bool verbose = false;
   bool histograms = true;
   bool noWait = false;
+  unsigned threads = 0;  // 0: the server's own default
+  bool gentle = false;
 };
 
 std::string defaultOsName() {
@@ -461,6 +464,9 @@ int runScan(ScanOptions& options) {
   status = findServer(options);
   if (status != kExitReport) return status;
 
+  // The server takes both from the environment it inherits.
+  if (options.threads) setenv(kThreadsVariable, std::to_string(options.threads).c_str(), 1);
+  if (options.gentle) setenv(kGentleVariable, "1", 1);
   InterruptGuard interrupts;
   ScanRun run(options);
   return run.run();
@@ -493,6 +499,12 @@ void addScanCommand(CommandLine& cli) {
   scan->add_option("--os-code", options->osCode, "Operating system code written into the report")
       ->check(numberUpTo(0xFFFFFFFFul))
       ->capture_default_str();
+  scan->add_option("--threads", options->threads,
+                   "Parser threads of the server (1: none; default: online CPUs, at most 8)")
+      ->check(numberUpTo(kMaxParserThreads, 1))
+      ->type_name("N");
+  scan->add_flag("--gentle", options->gentle,
+                 "Idle I/O and CPU priority for the server; the cache pages it brought in are handed back");
   scan->add_flag("-v,--verbose", options->verbose, "Also show the server's debug log records");
   scan->add_flag_callback("--no-histograms", [options] { options->histograms = false; },
                           "Summary without the histogram bars");

@@ -14,6 +14,7 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <strings.h>
+#include <sys/mman.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -240,6 +241,36 @@ bool dropPageCache() {
   return dropped;
 }
 
+// Bytes of the message files that are in the page cache: what a job left cached of the store, free of the
+// noise other processes add to /proc/meminfo.
+double cachedStoreBytes(const std::vector<std::string>& messageDirs) {
+  const long pageSize = sysconf(_SC_PAGESIZE);
+  std::vector<unsigned char> pages;
+  double bytes = 0;
+  for (const std::string& dir : messageDirs) {
+    DIR* d = opendir(dir.c_str());
+    if (!d) continue;
+    while (const dirent* e = readdir(d)) {
+      const int fd = openat(dirfd(d), e->d_name, O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+      if (fd < 0) continue;
+      struct stat st;
+      if (fstat(fd, &st) == 0 && S_ISREG(st.st_mode) && st.st_size > 0) {
+        void* map = mmap(nullptr, static_cast<size_t>(st.st_size), PROT_READ, MAP_SHARED, fd, 0);
+        if (map != MAP_FAILED) {
+          pages.resize((static_cast<size_t>(st.st_size) + pageSize - 1) / pageSize);
+          if (mincore(map, static_cast<size_t>(st.st_size), pages.data()) == 0) {
+            for (unsigned char p : pages) bytes += (p & 1) ? pageSize : 0;
+          }
+          munmap(map, static_cast<size_t>(st.st_size));
+        }
+      }
+      close(fd);
+    }
+    closedir(d);
+  }
+  return bytes;
+}
+
 // The page cache's size in KiB ("Cached" in /proc/meminfo).
 long cachedKiB() {
   std::ifstream meminfo("/proc/meminfo");
@@ -258,7 +289,7 @@ double timedPlainRead(const std::vector<std::string>& messageDirs) {
 
 // Medians of one job configuration over the runs.
 struct JobFigures {
-  std::vector<double> seconds, ratios, user, system, peakKiB, cacheGrowthKiB;
+  std::vector<double> seconds, ratios, user, system, peakKiB, cacheGrowthKiB, storeCached;
   void add(const JobResult& r, double floorSeconds) {
     seconds.push_back(r.seconds);
     ratios.push_back(r.seconds / floorSeconds);
@@ -270,7 +301,11 @@ struct JobFigures {
     const double t = median(seconds);
     printf("  %-22s %7.3f s  %6.1f MB/s  x%.2f of the floor  CPU %.2f user %.2f sys  peak %.1f MiB", label.c_str(), t,
            megabytes / t, median(ratios), median(user), median(system), median(peakKiB) / 1024.0);
-    if (!cacheGrowthKiB.empty()) printf("  cache +%.1f MB", median(cacheGrowthKiB) / 1024.0);
+    if (!cacheGrowthKiB.empty()) {
+      printf("\n  %-22s page cache +%.1f MB (%.1f %% of the store), store files left cached %.1f MB (%.1f %%)", "",
+             median(cacheGrowthKiB) / 1024.0, median(cacheGrowthKiB) * 1024 / 1e6 / megabytes * 100,
+             median(storeCached) / 1e6, median(storeCached) / 1e6 / megabytes * 100);
+    }
     printf("\n");
   }
 };
@@ -334,10 +369,12 @@ void measure(const std::string& server, const std::string& storeDir, int runs,
     long before = cachedKiB();
     if (!runInto(server, storeDir, threadsN, false, coldFloors.back(), coldN, last)) return;
     coldN.cacheGrowthKiB.push_back(static_cast<double>(cachedKiB() - before));
+    coldN.storeCached.push_back(cachedStoreBytes(messageDirs));
     dropPageCache();
     before = cachedKiB();
     if (!runInto(server, storeDir, threadsN, true, coldFloors.back(), coldGentle, last)) return;
     coldGentle.cacheGrowthKiB.push_back(static_cast<double>(cachedKiB() - before));
+    coldGentle.storeCached.push_back(cachedStoreBytes(messageDirs));
   }
   printf("  cold cache (page cache dropped before each; cache growth from /proc/meminfo, store %.1f MB)\n",
          megabytes);

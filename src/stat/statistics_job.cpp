@@ -8,8 +8,11 @@
 #include "utils/string_utils.h"
 
 StatisticsJob::StatisticsJob(const vorlane::vstat::ProcessStoreReqBuffT& request, JobChannel& channel,
-                             std::string reportPath)
-    : request_(request), channel_(channel), reportPath_(std::move(reportPath)) {}
+                             std::string reportPath, const ScanSettings& settings)
+    : request_(request),
+      channel_(channel),
+      reportPath_(std::move(reportPath)),
+      queue_(settings.threads > 1 || settings.gentle ? new MessageReadQueue(settings) : nullptr) {}
 
 void StatisticsJob::run() {
   const std::string root = std::string(request_.storeDir) + vorlane::vstat::kMailRoot;
@@ -27,12 +30,13 @@ void StatisticsJob::run() {
   channel_.sendErrMsg("StoreTarget::countStatistic starting processFolder()");
   StoreWalk walk(root, *this, channel_.stopRequested);
   walk.run();
+  countQueued();
   channel_.sendErrMsg("StoreTarget::countStatistic processFolder() finished\n");
   // A stopped walk still reports what it counted.
   writeReport();
   channel_.sendErrMsg("StoreTarget::countStatistic finished\n");
   counting_ = false;
-  sendProgress(walk.place());
+  sendProgress(stopped_ ? queuedPlace_ : walk.place());
 }
 
 bool StatisticsJob::lockReport(ReportLock& lock) {
@@ -53,6 +57,7 @@ bool StatisticsJob::lockReport(ReportLock& lock) {
 }
 
 void StatisticsJob::domainEntered(const StorePlace& place) {
+  if (!countQueued()) return;
   // The public tree is gathered like one user.
   if (place.isPublic()) {
     statistic_.resetUserCounters(place.domain, place.mailbox);
@@ -61,35 +66,54 @@ void StatisticsJob::domainEntered(const StorePlace& place) {
   }
 }
 
-void StatisticsJob::mailboxesNext(const StorePlace& place) { sendProgress(place); }
+void StatisticsJob::mailboxesNext(const StorePlace& place) {
+  if (countQueued()) sendProgress(place);
+}
 
 void StatisticsJob::mailboxEntered(const StorePlace& place) {
-  if (place.isPublic()) return;
+  if (!countQueued() || place.isPublic()) return;
   statistic_.resetUserCounters(place.domain, place.mailbox);
   sendProgress(place);
 }
 
 void StatisticsJob::userFinished(const StorePlace& place) {
+  if (!countQueued()) return;
   statistic_.mergeUserCounters(place.domain, place.mailbox);
   ++processedMailboxes_;
   sendProgress(place);
 }
 
 void StatisticsJob::folderFound(const StorePlace& place, const FolderStatus& status) {
+  if (!countQueued()) return;
   statistic_.addFolderInfo(place.domain, place.mailbox, place.folder, status.type, status.folderSize,
                            status.messageCount);
 }
 
 void StatisticsJob::messageFound(const StorePlace& place, Collection::FolderType type, const MessageEntry& entry) {
-  MessageFacts facts;
-  if (!readMessage(entry, facts, readError_)) {
-    channel_.sendErrMsg(readError_);
+  if (!queue_) {
+    readNow(place, type, entry);
     return;
   }
-  statistic_.addMessageInfo({place.domain, place.mailbox, place.folder, type}, facts);
+  // The queue holds the messages of one directory at a time.
+  if (!queue_->empty() && (place.folder != queuedPlace_.folder || place.mailbox != queuedPlace_.mailbox ||
+                           place.domain != queuedPlace_.domain)) {
+    if (!countQueued()) return;
+  }
+  if (stopped_) return;
+  if (queue_->empty()) {
+    queuedPlace_ = place;
+    queuedType_ = type;
+  }
+  if (queue_->add(entry)) {
+    if (queue_->full()) countNext();
+    return;
+  }
+  // No descriptor is left to keep the directory for the queue.
+  readNow(place, type, entry);
 }
 
 void StatisticsJob::indexEntryFound(const StorePlace& place, Collection::FolderType type, const IndexEntry& entry) {
+  if (!countQueued()) return;
   // No message file is opened: the index gives the class and the size, nothing else.
   MessageFacts facts;
   facts.messageClass = entry.messageClass;
@@ -97,7 +121,39 @@ void StatisticsJob::indexEntryFound(const StorePlace& place, Collection::FolderT
   statistic_.addMessageInfo({place.domain, place.mailbox, place.folder, type}, facts);
 }
 
-void StatisticsJob::walkError(const std::string& line) { channel_.sendErrMsg(line); }
+void StatisticsJob::walkError(const std::string& line) {
+  if (countQueued()) channel_.sendErrMsg(line);
+}
+
+void StatisticsJob::count(const StorePlace& place, Collection::FolderType type, const MessageOutcome& outcome) {
+  if (outcome.read) {
+    statistic_.addMessageInfo({place.domain, place.mailbox, place.folder, type}, outcome.facts);
+  } else {
+    channel_.sendErrMsg(outcome.error);
+  }
+}
+
+void StatisticsJob::readNow(const StorePlace& place, Collection::FolderType type, const MessageEntry& entry) {
+  outcome_.read = readMessage(entry, outcome_.facts, outcome_.error);
+  count(place, type, outcome_);
+}
+
+bool StatisticsJob::countNext() {
+  queue_->take(outcome_);
+  count(queuedPlace_, queuedType_, outcome_);
+  // Where a walk that reads each message itself would look at the stop request: after this message.
+  if (!channel_.stopRequested.load()) return true;
+  queue_->discard();
+  stopped_ = true;
+  return false;
+}
+
+bool StatisticsJob::countQueued() {
+  while (queue_ && !queue_->empty()) {
+    if (!countNext()) return false;
+  }
+  return !stopped_;
+}
 
 void StatisticsJob::writeReport() {
   std::ostringstream text;

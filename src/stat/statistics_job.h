@@ -7,22 +7,35 @@
 // from their index. A stopped walk still writes the report of what it counted. Error lines go to the
 // channel; a message file that cannot be read is reported there and not counted.
 //
+// With parser threads, the message files of a folder go through a read queue (MessageReadQueue):
+// announced to the kernel ahead of time and read on those threads, while the job alone counts them in
+// listing order. With one thread the job reads each message itself as the walk finds it (through the
+// queue, without threads, only in gentle mode, which needs the queue's look at the page cache). Whatever the threads, the requester sees the same report, events and error lines: the
+// stop request is looked at after every message counted, as a walk that reads each message itself does,
+// and the messages read ahead of it are then dropped; everything but a message of the same folder
+// waits until the queued messages are counted.
+//
 // Threading: run() executes on one thread (the server's counter thread) and talks to the channel from
-// it; only the channel's stop flag is touched from elsewhere.
+// it; only the channel's stop flag is touched from elsewhere. The parser threads only read files.
 #pragma once
 
+#include <memory>
 #include <string>
 
 #include "stat/job_channel.h"
 #include "stat/report_lock.h"
+#include "stat/message_read_queue.h"
+#include "stat/scan_settings.h"
 #include "stat/statistic.h"
 #include "stat/store_walk.h"
 #include "stat/vstat_messages.h"
 
 class StatisticsJob : private StoreVisitor {
  public:
-  // The walk starts at request.storeDir followed by "/mail"; the report goes to reportPath.
-  StatisticsJob(const vorlane::vstat::ProcessStoreReqBuffT& request, JobChannel& channel, std::string reportPath);
+  // The walk starts at request.storeDir followed by "/mail"; the report goes to reportPath. The settings
+  // give the parser threads and the gentle mode (by default: no threads, not gentle).
+  StatisticsJob(const vorlane::vstat::ProcessStoreReqBuffT& request, JobChannel& channel, std::string reportPath,
+                const ScanSettings& settings = ScanSettings());
 
   // Makes run() hold the report lock at lockPath (report_lock.h) from its start until the report is in
   // place. A stop while it waits for the lock ends the job without a report; a lock that cannot be
@@ -48,6 +61,13 @@ class StatisticsJob : private StoreVisitor {
 
   // Takes the report lock when asked to; false when the job must end without a report.
   bool lockReport(ReportLock& lock);
+  // Reads one message on the job's thread and counts it.
+  void readNow(const StorePlace& place, Collection::FolderType type, const MessageEntry& entry);
+  void count(const StorePlace& place, Collection::FolderType type, const MessageOutcome& outcome);
+  // Counts the oldest queued message; false when a stop was requested (the queue is then emptied).
+  bool countNext();
+  // Counts every queued message; false when the job has stopped.
+  bool countQueued();
   void writeReport();
   void sendProgress(const StorePlace& place);
 
@@ -60,6 +80,12 @@ class StatisticsJob : private StoreVisitor {
   unsigned processedMailboxes_ = 0;
   bool counting_ = false;
   bool reportWritten_ = false;
-  // Reused for every message, so that its buffer does not grow again for each one.
-  std::string readError_;
+  const std::unique_ptr<MessageReadQueue> queue_;  // null with one thread, unless gentle
+  StorePlace queuedPlace_;  // the folder whose messages are queued
+  Collection::FolderType queuedType_ = Collection::MailFolder;
+  // Reused for every message, so that its buffers do not grow again for each one.
+  MessageOutcome outcome_;
+  // Set when the job itself saw the stop request while counting queued messages; the walk, which may
+  // have gone on to the next folder meanwhile, then ends where those messages were.
+  bool stopped_ = false;
 };

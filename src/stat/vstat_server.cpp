@@ -7,6 +7,7 @@
 #include <cstdlib>
 
 #include "stat/job_facts.h"
+#include "stat/scan_settings.h"
 #include "stat/statistics_job.h"
 #include "tiny/thread.h"
 #include "vcom/message_types.h"
@@ -149,7 +150,7 @@ void VStatServer::queueStatResponse(const Msg* req, uint32_t type, uint32_t valu
 
 void VStatServer::counterThread(void* serverArg) {
   VStatServer* server = static_cast<VStatServer*>(serverArg);
-  StatisticsJob job(server->request, server->channel, vorlane::vstat::kReportPath);
+  StatisticsJob job(server->request, server->channel, vorlane::vstat::kReportPath, scanSettingsFromEnvironment());
   // A client that started us for its scan holds the report lock already.
   if (!std::getenv(vorlane::vstat::kReportLockHeldVariable)) job.takeReportLock(vorlane::vstat::kReportLockPath);
   job.run();

@@ -206,6 +206,8 @@ TEST_F(ScanCommandTest, UsageErrorsExitWithTwo) {
       {store_, "--build", "12x"},
       {store_, "--build=-1"},
       {store_, "--os-code", "4294967296"},
+      {store_, "--threads", "0"},
+      {store_, "--threads", "65"},
       {store_, "--product-version", std::string(28, 'v')},
       {store_, "--os-name", std::string(128, 'o')},
       {store_, "--report="},
@@ -218,7 +220,7 @@ TEST_F(ScanCommandTest, UsageErrorsExitWithTwo) {
   }
   // The largest values that fit get as far as the server check.
   const ScanResult r = scan({"--build=4294967295", "--product-version", std::string(27, 'v'), "--os-name",
-                             std::string(127, 'o'), store_, "--server", dir_ + "/none"});
+                             std::string(127, 'o'), "--threads=64", "--gentle", store_, "--server", dir_ + "/none"});
   EXPECT_EQ(r.status, 4) << r.err;
 }
 
