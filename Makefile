@@ -3,7 +3,8 @@ SHELL := /bin/bash
 JOBS ?= 2
 SUDO := $(shell [ "$$(id -u)" -eq 0 ] || echo sudo)
 PACKAGES := g++ make cmake libgtest-dev libgmock-dev libboost-dev \
-            libcli11-dev libexpat1-dev
+            libcli11-dev libexpat1-dev nlohmann-json3-dev \
+            python3-prometheus-client chromium
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 FUZZ_SECONDS ?= 60
 FUZZ_CI_SECONDS ?= 5

@@ -10,10 +10,11 @@
 #include <vector>
 
 #include "commands.h"
-#include "json_writer.h"
 #include "mime/mail_struct.h"
 #include "mime_tree_output.h"
+#include "report_json.h"
 #include "stat/message_classification.h"
+#include "terminal_text.h"
 #include "utils/vfile.h"
 
 namespace vorlane {
@@ -23,15 +24,15 @@ namespace {
 
 // What the store scan would add to the statistic for this message (a message the parser rejects
 // counts with zero header and body sizes).
-void writeClassificationJson(JsonWriter& json, const MessageClassification& c) {
-  json.beginObject();
-  json.key("header").value(static_cast<unsigned long long>(c.headerSize));
-  json.key("plain").value(static_cast<unsigned long long>(c.plainTextSize));
-  json.key("html").value(static_cast<unsigned long long>(c.htmlSize));
-  json.key("rtf").value(static_cast<unsigned long long>(c.rtfSize));
-  json.key("signed").value(c.isSigned);
-  json.key("encrypted").value(c.isEncrypted);
-  json.endObject();
+Json classificationJson(const MessageClassification& c) {
+  Json j;
+  j["header"] = static_cast<unsigned long long>(c.headerSize);
+  j["plain"] = static_cast<unsigned long long>(c.plainTextSize);
+  j["html"] = static_cast<unsigned long long>(c.htmlSize);
+  j["rtf"] = static_cast<unsigned long long>(c.rtfSize);
+  j["signed"] = c.isSigned;
+  j["encrypted"] = c.isEncrypted;
+  return j;
 }
 
 void writeClassificationText(std::ostream& out, const MessageClassification& c) {
@@ -44,16 +45,16 @@ void writeClassificationText(std::ostream& out, const MessageClassification& c) 
 bool showFile(const char* path, bool asJson, std::ostream& out, std::ostream& err) {
   struct stat64 info;
   if (stat64(path, &info) != 0) {
-    err << "vstat mime: cannot stat " << path << ": " << std::strerror(errno) << '\n';
+    err << "vstat mime: cannot stat " << terminalSafe(path) << ": " << std::strerror(errno) << '\n';
     return false;
   }
   if (!S_ISREG(info.st_mode)) {
-    err << "vstat mime: " << path << " is not a regular file\n";
+    err << "vstat mime: " << terminalSafe(path) << " is not a regular file\n";
     return false;
   }
   utils::VFile file;
   if (!file.open(path, "r")) {
-    err << "vstat mime: cannot open " << path << ": " << std::strerror(errno) << '\n';
+    err << "vstat mime: cannot open " << terminalSafe(path) << ": " << std::strerror(errno) << '\n';
     return false;
   }
   std::unique_ptr<mime::mail_struct> tree(mime::mail_struct::parse(&file));
@@ -61,22 +62,14 @@ bool showFile(const char* path, bool asJson, std::ostream& out, std::ostream& er
   const MessageClassification classification = classifyMessage(tree.get());
 
   if (asJson) {
-    JsonWriter json(out);
-    json.beginObject();
-    json.key("file").value(path);
-    json.key("parsed").value(tree != nullptr);
-    json.key("tree");
-    if (tree) {
-      writeMimeTreeJson(json, tree.get());
-    } else {
-      json.null();
-    }
-    json.key("classification");
-    writeClassificationJson(json, classification);
-    json.endObject();
-    out << '\n';
+    Json j;
+    j["file"] = path;
+    j["parsed"] = tree != nullptr;
+    j["tree"] = tree ? mimeTreeJson(tree.get()) : Json(nullptr);
+    j["classification"] = classificationJson(classification);
+    out << jsonLine(j) << '\n';
   } else {
-    out << path << " (" << info.st_size << " bytes)\n";
+    out << terminalSafe(path) << " (" << info.st_size << " bytes)\n";
     if (tree) {
       writeMimeTreeText(out, tree.get());
     } else {

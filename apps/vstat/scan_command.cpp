@@ -36,8 +36,9 @@
 #include "commands.h"
 #include "progress_display.h"
 #include "report_reader.h"
-#include "report_summary.h"
+#include "report_output.h"
 #include "stat/report_file.h"
+#include "terminal_text.h"
 #include "stat/vstat_messages.h"
 #include "utils/string_utils.h"
 #include "vcom/message_types.h"
@@ -115,7 +116,7 @@ struct ScanOptions {
   std::string osName;
   unsigned long osCode = kDefaultOsCode;
   bool verbose = false;
-  bool histograms = true;
+  std::shared_ptr<OutputOptions> output = std::make_shared<OutputOptions>();
 };
 
 std::string defaultOsName() {
@@ -415,15 +416,19 @@ class ScanRun {
     std::string text;
     Report report;
     std::string error;
-    if (!readReportText(kReportPath, text, error) || !parseReport(text, report, error)) {
-      std::fprintf(stderr, "vstat scan: %s: %s\n", kReportPath, error.c_str());
+    if (!readReportText(kReportPath, text, report.fileTime, error) || !parseReport(text, report, error)) {
+      std::fprintf(stderr, "vstat scan: %s: %s\n", kReportPath, terminalSafe(error).c_str());
       return kExitReportUnusable;
     }
-    SummaryOptions summary;
-    summary.showHistograms = options_.histograms;
-    std::cout << "\n";
-    renderSummary(std::cout, report, summary);
-    std::cout << "\nReport: " << kReportPath << "\n";
+    const bool onScreen = options_.output->file.empty();
+    if (onScreen) std::cout << "\n";
+    if (!emitReport(std::cout, report, *options_.output, error)) {
+      std::fprintf(stderr, "vstat scan: cannot write the output: %s\n", terminalSafe(error).c_str());
+      status = kExitReportUnusable;
+    } else if (!onScreen) {
+      std::cout << "Written to: " << options_.output->file << "\n";
+    }
+    if (onScreen && options_.output->format == ReportFormat::Text) std::cout << "\nReport: " << kReportPath << "\n";
     if (!options_.reportCopy.empty()) {
       if (replaceFileContents(options_.reportCopy, text, error)) {
         std::cout << "Copied to: " << options_.reportCopy << "\n";
@@ -485,8 +490,7 @@ void addScanCommand(CommandLine& cli) {
       ->check(numberUpTo(0xFFFFFFFFul))
       ->capture_default_str();
   scan->add_flag("-v,--verbose", options->verbose, "Also show the server's debug log records");
-  scan->add_flag_callback("--no-histograms", [options] { options->histograms = false; },
-                          "Summary without the histogram bars");
+  addOutputOptions(scan, options->output);
   scan->footer(std::string("The server writes its report to ") + kReportPath +
                ". Ctrl-C stops the scan and reports what was counted; a second Ctrl-C aborts at once.\n"
                "Exit status: 0 report written, 1 job failed or stopped, 2 usage error, 3 store missing,\n"
