@@ -10,7 +10,7 @@
 // Exit status (also in --help):
 //   0  the report was written (and copied, with --report)
 //   1  the job failed, was refused, or was stopped by Ctrl-C (a partial report is still shown and copied)
-//   2  usage error, including a --report target whose directory is missing or not writable
+//   2  usage error, including a --report or -o target whose directory is missing or not writable
 //   3  STORE_DIR/mail is missing or not a directory
 //   4  the server program is missing, not executable, or cannot be started
 //   5  the server died, hung, or broke the protocol before the job ended
@@ -154,9 +154,24 @@ int checkStore(ScanOptions& options) {
   return kExitReport;
 }
 
-// --report is checked before the scan, so that a long scan does not end in a copy that cannot be made.
-// A directory receives the report under its own name.
-int checkReportTarget(ScanOptions& options) {
+// A file is written into its directory (a temporary name, then a rename), so the directory must be
+// writable; checked before the scan, so that a long scan does not end in an output that cannot be made.
+int checkWritableDirectory(const std::string& file, const char* what) {
+  const size_t slash = file.rfind('/');
+  const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : file.substr(0, slash);
+  if (access(dir.c_str(), W_OK) != 0) {
+    std::fprintf(stderr, "vstat scan: cannot write the %s into '%s': %s\n", what, dir.c_str(), std::strerror(errno));
+    return kExitUsage;
+  }
+  return kExitReport;
+}
+
+// A --report directory receives the report under its own name.
+int checkOutputTargets(ScanOptions& options) {
+  if (!options.output->file.empty()) {
+    const int status = checkWritableDirectory(options.output->file, "output");
+    if (status != kExitReport) return status;
+  }
   if (options.reportCopy.empty()) return kExitReport;
   struct stat st;
   if (stat(options.reportCopy.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
@@ -164,14 +179,7 @@ int checkReportTarget(ScanOptions& options) {
     if (options.reportCopy != "/") options.reportCopy += "/";
     options.reportCopy += std::strrchr(kReportPath, '/') + 1;
   }
-  const size_t slash = options.reportCopy.rfind('/');
-  const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : options.reportCopy.substr(0, slash);
-  if (access(dir.c_str(), W_OK) != 0) {
-    std::fprintf(stderr, "vstat scan: cannot write the report copy into '%s': %s\n", dir.c_str(),
-                 std::strerror(errno));
-    return kExitUsage;
-  }
-  return kExitReport;
+  return checkWritableDirectory(options.reportCopy, "report copy");
 }
 
 // The server lives next to the vstat program unless --server names it.
@@ -452,7 +460,7 @@ class ScanRun {
 int runScan(ScanOptions& options) {
   int status = checkStore(options);
   if (status != kExitReport) return status;
-  status = checkReportTarget(options);
+  status = checkOutputTargets(options);
   if (status != kExitReport) return status;
   status = findServer(options);
   if (status != kExitReport) return status;

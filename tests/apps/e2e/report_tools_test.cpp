@@ -1,7 +1,8 @@
 // vstat's report tools on real reports: a store from the sample-store generator is scanned whole by the
 // real vstat and vstatserver, then split by domains into two stores (the public tree in the second),
 // each scanned on its own. The whole store's report must read and write back byte for byte, and the
-// merge of the two halves must give exactly the whole store's report.
+// merge of the two halves must give exactly the whole store's report. A scan can also write its
+// metrics file in one step.
 #include <gtest/gtest.h>
 
 #include <cstdlib>
@@ -63,7 +64,11 @@ TEST(ReportTools, HalvesOfAStoreMergeIntoTheWholeStoresReport) {
   ASSERT_FALSE(moved.empty());
   fs::rename(dir.file("whole/mail/" + moved), first / moved);
   ASSERT_EQ(vstat("scan " + dir.file("first") + " --report " + dir.file("first.xml")), 0);
-  ASSERT_EQ(vstat("scan " + dir.file("whole") + " --report " + dir.file("rest.xml")), 0);
+  ASSERT_EQ(vstat("scan " + dir.file("whole") + " --report " + dir.file("rest.xml") + " --format openmetrics -o " +
+                  dir.file("rest.prom")),
+            0);
+  const std::string metrics = contents(dir.file("rest.prom"));
+  EXPECT_EQ(metrics.substr(metrics.size() - 7), "\n# EOF\n");
   EXPECT_NE(contents(dir.file("first.xml")), whole);
 
   ASSERT_EQ(vstat("merge " + dir.file("first.xml") + " " + dir.file("rest.xml") + " -o " + dir.file("merged.xml")), 0);
