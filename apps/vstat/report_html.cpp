@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "report_summary.h"
+#include "report_writer.h"
 
 namespace vorlane {
 namespace cli {
@@ -30,33 +31,18 @@ const char kStyle[] =
     "figure{margin:0}figcaption{font-size:.9em;color:#333}svg.chart{width:100%;height:auto}"
     "svg text{font:11px sans-serif;fill:#333}svg rect{fill:#3a7bd5}";
 
-std::string html(const std::string& text) {
-  std::string out;
-  for (char c : text) {
-    switch (c) {
-      case '&': out += "&amp;"; break;
-      case '<': out += "&lt;"; break;
-      case '>': out += "&gt;"; break;
-      case '"': out += "&quot;"; break;
-      case '\'': out += "&#39;"; break;
-      default: out += c;
-    }
-  }
-  return out;
-}
-
 void writeChart(std::ostream& out, const ReportCounter& h, const std::vector<Bar>& bars) {
   unsigned long long peak = 0;
   for (const Bar& b : bars) peak = std::max(peak, b.count);
   const int height = static_cast<int>(bars.size()) * kRowHeight + 4;
-  out << "<figure><figcaption>" << html(h.name) << ": " << formatCount(h.count) << " samples</figcaption>"
+  out << "<figure><figcaption>" << escapeMarkup(h.name) << ": " << formatCount(h.count) << " samples</figcaption>"
       << "<svg class=\"chart\" xmlns=\"http://www.w3.org/2000/svg\" viewBox=\"0 0 " << kChartWidth << ' ' << height
-      << "\" role=\"img\" aria-label=\"" << html(h.name) << "\">";
+      << "\" role=\"img\" aria-label=\"" << escapeMarkup(h.name) << "\">";
   for (size_t i = 0; i < bars.size(); ++i) {
     const int y = static_cast<int>(i) * kRowHeight + 2;
     int width = static_cast<int>(static_cast<double>(bars[i].count) * kBarSpace / static_cast<double>(peak) + 0.5);
     if (bars[i].count > 0 && width == 0) width = 1;
-    out << "<text x=\"" << kLabelWidth - 6 << "\" y=\"" << y + 12 << "\" text-anchor=\"end\">" << html(bars[i].label)
+    out << "<text x=\"" << kLabelWidth - 6 << "\" y=\"" << y + 12 << "\" text-anchor=\"end\">" << escapeMarkup(bars[i].label)
         << "</text><rect x=\"" << kLabelWidth << "\" y=\"" << y << "\" width=\"" << width << "\" height=\""
         << kBarHeight << "\"/><text x=\"" << kLabelWidth + width + 4 << "\" y=\"" << y + 12 << "\">"
         << formatCount(bars[i].count) << "</text>";
@@ -71,12 +57,12 @@ void writeHtml(std::ostream& out, const Report& report) {
          "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">"
          "<title>Store statistics report</title><style>"
       << kStyle << "</style></head>\n<body>\n<h1>Store statistics report</h1>\n<p class=\"meta\">Product "
-      << html(report.productVersion) << ", build " << report.build << ", on " << html(report.osName) << " (os code "
-      << report.osCode << "), report format " << html(report.version) << "</p>\n";
+      << escapeMarkup(report.productVersion) << ", build " << report.build << ", on " << escapeMarkup(report.osName) << " (os code "
+      << report.osCode << "), report format " << escapeMarkup(report.version) << "</p>\n";
 
   out << "<h2>Store totals</h2>\n<dl class=\"totals\">";
   for (const TotalLine& line : storeTotals(report)) {
-    out << "<div><dt>" << html(line.label) << "</dt><dd>" << html(line.value) << "</dd></div>";
+    out << "<div><dt>" << escapeMarkup(line.label) << "</dt><dd>" << escapeMarkup(line.value) << "</dd></div>";
   }
   out << "</dl>\n";
 
@@ -89,8 +75,8 @@ void writeHtml(std::ostream& out, const Report& report) {
     for (const char* heading : kTableHeadings) out << "<th>" << heading << "</th>";
     out << "</tr></thead><tbody>\n";
     for (const TableRow& row : rows) {
-      out << "<tr><td>" << html(row.name) << "</td>";
-      for (const std::string& cell : row.cells) out << "<td>" << html(cell) << "</td>";
+      out << "<tr><td>" << escapeMarkup(row.name) << "</td>";
+      for (const std::string& cell : row.cells) out << "<td>" << escapeMarkup(cell) << "</td>";
       out << "</tr>\n";
     }
     out << "</tbody></table></div>\n";
@@ -105,7 +91,7 @@ void writeHtml(std::ostream& out, const Report& report) {
       if (bars.empty()) continue;
       if (!heading) out << "<h2>Distributions</h2>\n";
       heading = true;
-      if (!opened) out << "<section><h3>" << html(c.name) << "</h3><div class=\"charts\">";
+      if (!opened) out << "<section><h3>" << escapeMarkup(c.name) << "</h3><div class=\"charts\">";
       opened = true;
       writeChart(out, counter, bars);
     }

@@ -8,7 +8,7 @@
 #include <vector>
 
 #include "../support/temp_dir.h"
-#include "commands.h"
+#include "vstat_test_support.h"
 #include "report_diff.h"
 #include "report_merge.h"
 #include "report_writer.h"
@@ -114,13 +114,9 @@ TEST(ReportDiff, CommandShowsChangesLargestFirst) {
   std::ostringstream after;
   writeReportXml(before, small(4, 1000, 900, 1));
   writeReportXml(after, small(5, 1000, 900, 1));
-  std::vector<std::string> args = {"vstat", "diff", dir.write("old.xml", before.str()), dir.write("new.xml", after.str())};
-  std::vector<char*> argv;
-  for (std::string& a : args) argv.push_back(&a[0]);
-  std::ostringstream out;
-  std::ostringstream err;
-  ASSERT_EQ(runVstat(static_cast<int>(argv.size()), argv.data(), out, err), 0) << err.str();
-  EXPECT_EQ(out.str(),
+  const VstatRun r = runVstatWith({"diff", dir.write("old.xml", before.str()), dir.write("new.xml", after.str())});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out,
             "2 of 4 figures changed, largest changes first:\n"
             "     +25.0%               +1  IPF.Note - folder INBOX / Message count / value: 4 -> 5\n"
             "     +25.0%               +1  IPF.Note - folder INBOX / Message size / value: 4 -> 5\n");

@@ -9,7 +9,7 @@
 #include <vector>
 
 #include "../support/temp_dir.h"
-#include "commands.h"
+#include "vstat_test_support.h"
 #include "report_json.h"
 
 namespace vorlane {
@@ -18,30 +18,18 @@ namespace {
 
 const std::string kSample = std::string(VSTAT_TEST_DATA_DIR) + "/sample_report.xml";
 
-struct Outcome {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-Outcome show(std::vector<std::string> args) {
-  args.insert(args.begin(), {"vstat", "show"});
-  std::vector<char*> argv;
-  for (std::string& a : args) argv.push_back(&a[0]);
-  std::ostringstream out;
-  std::ostringstream err;
-  const int status = runVstat(static_cast<int>(argv.size()), argv.data(), out, err);
-  return Outcome{status, out.str(), err.str()};
+VstatRun show(std::vector<std::string> args) {
+  args.insert(args.begin(), "show");
+  return runVstatWith(args);
 }
 
 // Figures from tests/data/sample_report.xml: the first collection's "Message size" histogram.
 TEST(ShowCommand, JsonCarriesEveryFigureUnderTheReportsNames) {
   const testing::TempDir dir;
   const std::string file = dir.file("report.json");
-  const Outcome r = show({kSample, "--format", "json", "-o", file});
+  const VstatRun r = show({kSample, "--format", "json", "-o", file});
   ASSERT_EQ(r.status, 0) << r.err;
-  std::ifstream in(file);
-  const Json j = Json::parse(in, nullptr, false);
+  const Json j = Json::parse(fileText(file), nullptr, false);
   ASSERT_FALSE(j.is_discarded());
   EXPECT_EQ(j["build"], 5123);
   ASSERT_EQ(j["collections"].size(), 25u);
@@ -72,7 +60,7 @@ TEST(ShowCommand, UnreadableReportsAndUnwritableOutputsFailWithOne) {
   for (const Case& c : {Case{{fifo}, "vstat show: report '" + fifo + "' is not a regular file\n"},
                         Case{{damaged}, "vstat show: report '" + damaged + "': line 2: <build>: 'x' is not a number"},
                         Case{{kSample, "-o", dir.file("none/out.txt")}, "vstat show: " }}) {
-    const Outcome r = show(c.args);
+    const VstatRun r = show(c.args);
     EXPECT_EQ(r.status, 1) << c.error;
     EXPECT_EQ(r.err.compare(0, c.error.size(), c.error), 0) << r.err;
     EXPECT_NE(r.err.find(c.args.back()), std::string::npos) << r.err;

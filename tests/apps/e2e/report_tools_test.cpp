@@ -15,19 +15,13 @@
 #include "mkstore/store_generator.h"
 #include "report_reader.h"
 #include "report_writer.h"
+#include "../vstat_test_support.h"
 
 namespace vorlane {
 namespace cli {
 namespace {
 
 const std::string kVstat = VSTAT_BIN_DIR "/vstat";
-
-std::string contents(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
 
 // The paths are the test's own temporary names, free of shell characters.
 int vstat(const std::string& arguments) {
@@ -45,7 +39,7 @@ TEST(ReportTools, HalvesOfAStoreMergeIntoTheWholeStoresReport) {
   ASSERT_TRUE(mkstore::generateStore(options, manifest, error)) << error;
   ASSERT_EQ(vstat("scan " + dir.file("whole") + " --report " + dir.file("whole.xml")), 0);
 
-  const std::string whole = contents(dir.file("whole.xml"));
+  const std::string whole = fileText(dir.file("whole.xml"));
   Report report;
   ASSERT_TRUE(readReport(dir.file("whole.xml"), report, error)) << error;
   std::ostringstream rewritten;
@@ -67,12 +61,12 @@ TEST(ReportTools, HalvesOfAStoreMergeIntoTheWholeStoresReport) {
   ASSERT_EQ(vstat("scan " + dir.file("whole") + " --report " + dir.file("rest.xml") + " --format openmetrics -o " +
                   dir.file("rest.prom")),
             0);
-  const std::string metrics = contents(dir.file("rest.prom"));
+  const std::string metrics = fileText(dir.file("rest.prom"));
   EXPECT_EQ(metrics.substr(metrics.size() - 7), "\n# EOF\n");
-  EXPECT_NE(contents(dir.file("first.xml")), whole);
+  EXPECT_NE(fileText(dir.file("first.xml")), whole);
 
   ASSERT_EQ(vstat("merge " + dir.file("first.xml") + " " + dir.file("rest.xml") + " -o " + dir.file("merged.xml")), 0);
-  EXPECT_EQ(contents(dir.file("merged.xml")), whole);
+  EXPECT_EQ(fileText(dir.file("merged.xml")), whole);
 }
 
 }  // namespace
