@@ -15,12 +15,13 @@ function(vstat_layer name)
   endif()
 endfunction()
 
-# vstat_test(NAME SOURCES ... DEPS ... [LABELS ...] [RESOURCE_LOCK name]): a GoogleTest binary registered
-# test by test with CTest. Tests sharing a RESOURCE_LOCK never run at the same time (for example those that
-# write the fixed report path). Tests know where the built programs and the test data live through two
-# definitions.
+# vstat_test(NAME SOURCES ... DEPS ... [LABELS ...] [RESOURCE_LOCK name] [FIXTURE name] [TIMEOUT s]): a
+# GoogleTest binary registered test by test with CTest. Tests sharing a RESOURCE_LOCK never run at the same
+# time (for example those that write the fixed report path); tests with a FIXTURE run after the CTest test
+# that sets it up (for example the package build). Tests know where the built programs and the test data
+# live through two definitions.
 function(vstat_test name)
-  cmake_parse_arguments(ARG "" "RESOURCE_LOCK" "SOURCES;DEPS;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "" "RESOURCE_LOCK;FIXTURE;TIMEOUT" "SOURCES;DEPS;LABELS" ${ARGN})
   if(NOT ARG_SOURCES)
     return()
   endif()
@@ -30,12 +31,18 @@ function(vstat_test name)
     VSTAT_BIN_DIR="${VSTAT_BIN_DIR}"
     VSTAT_TEST_DATA_DIR="${PROJECT_SOURCE_DIR}/tests/data")
   include(GoogleTest)
-  set(properties TIMEOUT 120)
+  if(NOT ARG_TIMEOUT)
+    set(ARG_TIMEOUT 120)
+  endif()
+  set(properties TIMEOUT ${ARG_TIMEOUT})
   if(ARG_LABELS)
     list(APPEND properties LABELS "${ARG_LABELS}")
   endif()
   if(ARG_RESOURCE_LOCK)
     list(APPEND properties RESOURCE_LOCK ${ARG_RESOURCE_LOCK})
+  endif()
+  if(ARG_FIXTURE)
+    list(APPEND properties FIXTURES_REQUIRED ${ARG_FIXTURE})
   endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES ${properties})
 endfunction()

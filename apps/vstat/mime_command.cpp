@@ -1,6 +1,6 @@
 // vstat mime [--json] FILE...: shows why a message counts as it does by printing the MIME part tree the
 // store scan sees, as an outline or as one JSON object per file and line.
-#include <sys/stat.h>
+#include <fcntl.h>
 
 #include <cerrno>
 #include <cstring>
@@ -13,9 +13,8 @@
 #include "mime/mail_struct.h"
 #include "mime_tree_output.h"
 #include "report_json.h"
-#include "stat/message_classification.h"
+#include "stat/message_file.h"
 #include "terminal_text.h"
-#include "utils/vfile.h"
 
 namespace vorlane {
 namespace cli {
@@ -24,7 +23,7 @@ namespace {
 
 // What the store scan would add to the statistic for this message (a message the parser rejects
 // counts with zero header and body sizes).
-Json classificationJson(const MessageClassification& c) {
+Json classificationJson(const MessageFacts& c) {
   Json j;
   j["header"] = static_cast<unsigned long long>(c.headerSize);
   j["plain"] = static_cast<unsigned long long>(c.plainTextSize);
@@ -35,31 +34,27 @@ Json classificationJson(const MessageClassification& c) {
   return j;
 }
 
-void writeClassificationText(std::ostream& out, const MessageClassification& c) {
+void writeClassificationText(std::ostream& out, const MessageFacts& c) {
   out << "counted as: header " << c.headerSize << ", plain text " << c.plainTextSize << ", HTML " << c.htmlSize
       << ", RTF " << c.rtfSize << ", signed " << (c.isSigned ? "yes" : "no") << ", encrypted "
       << (c.isEncrypted ? "yes" : "no") << '\n';
 }
 
-// Parses one file and writes its tree; false (with a message on `err`) when the file cannot be read.
+// Reads one file as the store scan reads a message and writes its tree; false (with a message on `err`)
+// when the file cannot be read.
 bool showFile(const char* path, bool asJson, std::ostream& out, std::ostream& err) {
-  struct stat64 info;
-  if (stat64(path, &info) != 0) {
-    err << "vstat mime: cannot stat " << terminalSafe(path) << ": " << std::strerror(errno) << '\n';
+  const std::string name(path);
+  MessageFacts classification;
+  std::string error;
+  std::unique_ptr<mime::mail_struct> tree;
+  errno = 0;
+  if (!readMessage(MessageEntry{AT_FDCWD, path, DT_UNKNOWN, name}, classification, error, &tree)) {
+    // errno is left by the system call that failed, and stays 0 for a file refused for its type.
+    const int reason = errno;
+    error.pop_back();  // the line end
+    err << "vstat mime: " << terminalSafe(error) << (reason ? ": " : "") << (reason ? std::strerror(reason) : "") << '\n';
     return false;
   }
-  if (!S_ISREG(info.st_mode)) {
-    err << "vstat mime: " << terminalSafe(path) << " is not a regular file\n";
-    return false;
-  }
-  utils::VFile file;
-  if (!file.open(path, "r")) {
-    err << "vstat mime: cannot open " << terminalSafe(path) << ": " << std::strerror(errno) << '\n';
-    return false;
-  }
-  std::unique_ptr<mime::mail_struct> tree(mime::mail_struct::parse(&file));
-  file.close();
-  const MessageClassification classification = classifyMessage(tree.get());
 
   if (asJson) {
     Json j;
@@ -69,7 +64,7 @@ bool showFile(const char* path, bool asJson, std::ostream& out, std::ostream& er
     j["classification"] = classificationJson(classification);
     out << jsonLine(j) << '\n';
   } else {
-    out << terminalSafe(path) << " (" << info.st_size << " bytes)\n";
+    out << terminalSafe(path) << " (" << classification.size << " bytes)\n";
     if (tree) {
       writeMimeTreeText(out, tree.get());
     } else {

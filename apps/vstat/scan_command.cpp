@@ -260,6 +260,7 @@ struct JobOutcome {
   bool stopRequested = false;
   unsigned long processed = 0;
   unsigned long mailboxes = 0;
+  std::string lastError;  // the text of the server's last error record
 };
 
 class ScanRun {
@@ -374,7 +375,8 @@ class ScanRun {
         return -1;
       case vcom::LogErr: {
         // The code of an error record is in the sender's byte order; the text is what people read.
-        display_.note("server error: " + payloadText(msg, 4, vcom::kLogTextLen));
+        outcome_.lastError = payloadText(msg, 4, vcom::kLogTextLen);
+        display_.note("server error: " + outcome_.lastError);
         return -1;
       }
       case vcom::LogDbg:
@@ -415,7 +417,9 @@ class ScanRun {
                   formatElapsed(display_.elapsedSeconds()).c_str());
     display_.finish(closing);
     if (!outcome_.reportWritten) {
-      std::fprintf(stderr, "vstat scan: the job ended without writing a report\n");
+      // The server's last error record says why (the report path blocked, the directory full, ...).
+      std::fprintf(stderr, "vstat scan: the job ended without writing a report%s%s\n",
+                   outcome_.lastError.empty() ? "" : ": ", outcome_.lastError.c_str());
       return kExitFailed;
     }
 

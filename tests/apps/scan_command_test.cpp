@@ -73,6 +73,13 @@ class FakeServer {
     send(vstat::ProgressAsync, 0, payload, sizeof payload);
   }
 
+  // An error log record: the code comes before the text.
+  void sendErrorRecord(const char* text) {
+    std::vector<char> payload(4 + vcom::kLogTextLen, '\0');
+    std::strncpy(payload.data() + 4, text, vcom::kLogTextLen - 1);
+    send(vcom::LogErr, 0, payload.data(), payload.size());
+  }
+
   // A header announcing 8 bytes, less than itself.
   void sendSizeEight() {
     const char header[vcom::Msg::kHeaderSize] = {0, 0, 0, 0, 0, 0, 0, 8};
@@ -111,6 +118,7 @@ int playScript(const std::string& script, FakeServer& server) {
   if (script == "noreport") {
     server.sendText(vcom::LogWrn, 0, "folder INBOX unreadable", vcom::kLogTextLen, 0);
     server.sendText(vcom::LogDbg, 0, "debug chatter", vcom::kLogTextLen, 0);
+    server.sendErrorRecord("no report written: /tmp/x is a directory");
     server.sendEvent("b.org", "mary", 3, 3, 1);
     server.sendEvent("", "", 3, 3, 0);
     return 0;
@@ -276,7 +284,8 @@ TEST_F(ScanCommandTest, ProgressAndWarningsAreShownUntilTheFinalEvent) {
   EXPECT_LT(warning, mary) << r.out;
   EXPECT_EQ(r.out.find("debug chatter"), std::string::npos) << r.out;
   EXPECT_NE(r.out.find("Scanned 3 of 3 mailboxes"), std::string::npos) << r.out;
-  EXPECT_NE(r.err.find("without writing a report"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("without writing a report: no report written: /tmp/x is a directory"), std::string::npos)
+      << r.err;
 }
 
 // The scripted server interrupts the scan itself (SIGINT to its parent) and only ends the job when a

@@ -12,8 +12,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -23,7 +25,10 @@
 #include <gtest/gtest.h>
 
 #include "../support/temp_dir.h"
+#include "mkstore/store_generator.h"
+#include "stat/store_walk.h"
 #include "stat/vstat_messages.h"
+#include "vcom/message_types.h"
 #include "vcom/server_process.h"
 
 using namespace vorlane;
@@ -136,6 +141,9 @@ class Job {
       if (msg->type == vstat::ProgressAsync) {
         return vstat::decodeEvent(msg->payload(), msg->payloadSize(), event);
       }
+      if (msg->type == vcom::LogErr && msg->payloadSize() > 4) {
+        lastErrorRecord_.assign(msg->payload() + 4, strnlen(msg->payload() + 4, msg->payloadSize() - 4));
+      }
     }
   }
 
@@ -177,11 +185,14 @@ class Job {
   }
 
   std::string debugLines() const { return readFile(debugPath_); }
+  // The text of the last error log record the server sent.
+  const std::string& lastErrorRecord() const { return lastErrorRecord_; }
   ServerProcess& server() { return server_; }
 
  private:
   std::string debugPath_;
   std::string stderrPath_;
+  std::string lastErrorRecord_;
   ServerProcess server_;
 };
 
@@ -277,6 +288,60 @@ TEST_F(Fault, MessagesVanishingOrShrinkingDuringTheWalkDoNotStopTheJob) {
   job.expectCleanExit(kAnswerMs);
 }
 
+// A FIFO under the name of a folder's status.fld or index.fld, or a link to one, would block an open or
+// read for ever. Each is passed over with an error line naming it, and the job ends with its report.
+TEST_F(Fault, SpecialFilesAsFolderStatusOrIndexDoNotBlockTheJob) {
+  mkstore::StoreOptions options;
+  options.messages = 300;
+  options.seed = 5;
+  options.outDir = scratch.path();
+  options.force = true;
+  mkstore::Manifest manifest;
+  std::string error;
+  ASSERT_TRUE(mkstore::generateStore(options, manifest, error)) << error;
+
+  // Folders whose index is read (type other than 0) and mail folders, in a stable order.
+  std::vector<std::string> indexFolders, mailFolders;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(scratch.mail())) {
+    if (entry.path().filename() != "status.fld" || !entry.is_regular_file()) continue;
+    const std::filesystem::path relative = entry.path().parent_path().lexically_relative(scratch.mail());
+    if (std::any_of(relative.begin(), relative.end(), [](const auto& name) { return isForbiddenDir(name.c_str()); })) {
+      continue;
+    }
+    const std::string folder = entry.path().parent_path().string();
+    (readFile(entry.path()).rfind("T0", 0) == 0 ? mailFolders : indexFolders).push_back(folder);
+  }
+  std::sort(indexFolders.begin(), indexFolders.end());
+  std::sort(mailFolders.begin(), mailFolders.end());
+  ASSERT_GE(indexFolders.size(), 2u);
+  ASSERT_GE(mailFolders.size(), 2u);
+  const std::string fifo = scratch.path() + "/fifo";
+  ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+  const std::vector<std::string> planted = {mailFolders[0] + "/status.fld", mailFolders[1] + "/status.fld",
+                                            indexFolders[0] + "/index.fld", indexFolders[1] + "/index.fld"};
+  for (size_t i = 0; i < planted.size(); ++i) {
+    ASSERT_EQ(0, unlink(planted[i].c_str())) << planted[i];
+    // Half of them FIFOs of their own, half links to the shared one.
+    if (i % 2 == 0) {
+      ASSERT_EQ(0, mkfifo(planted[i].c_str(), 0600)) << planted[i];
+    } else {
+      ASSERT_EQ(0, symlink(fifo.c_str(), planted[i].c_str())) << planted[i];
+    }
+  }
+
+  Job job(scratch);
+  ASSERT_TRUE(job.start(scratch.path()));
+  vstat::EventBuffT final;
+  ASSERT_TRUE(job.finalEvent(final)) << "no final progress event";
+  EXPECT_EQ(final.done, 1u);
+  EXPECT_EQ(final.processed, manifest.mailboxes);
+  job.expectCleanExit(kAnswerMs);
+  const std::string lines = job.debugLines();
+  for (const std::string& path : planted) {
+    EXPECT_NE(lines.find("Skipping " + path + ": not a regular file\n"), std::string::npos) << path;
+  }
+}
+
 // 1500 nested folders: the paths of the deepest ones are longer than PATH_MAX. The walk must neither
 // exhaust its stack or its descriptors nor give up on the rest of the store.
 TEST_F(Fault, FolderTreeDeeperThanAThousandLevelsIsWalkedToTheEnd) {
@@ -346,6 +411,7 @@ TEST_F(Fault, ReportPathBlockedByADirectoryIsReportedAndTheJobEnds) {
   EXPECT_TRUE(S_ISDIR(info.st_mode)) << "the blocking directory was touched";
   const std::string lines = job.debugLines();
   EXPECT_NE(lines.find("Open report file /tmp/VStatReport.xml failed.\n"), std::string::npos) << lines;
+  EXPECT_EQ(job.lastErrorRecord(), "no report written: cannot rename report over /tmp/VStatReport.xml: Is a directory");
 }
 
 // A symbolic link planted at the report path is replaced by the report; the file it pointed to is
