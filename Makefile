@@ -4,6 +4,8 @@ JOBS ?= 2
 SUDO := $(shell [ "$$(id -u)" -eq 0 ] || echo sudo)
 PACKAGES := g++ make cmake libgtest-dev libgmock-dev libboost-dev \
             libcli11-dev libexpat1-dev nlohmann-json3-dev libsqlite3-dev
+# The report outputs' checks: both Prometheus parsers and headless Chromium.
+PACKAGES += python3-prometheus-client chromium
 # The Debian package and its checks: CPack with dpkg-shlibdeps, lintian, manual pages, unit verification.
 PACKAGES += dpkg-dev file lintian man-db groff-base systemd bash-completion
 FUZZ_PACKAGES := clang libclang-rt-14-dev

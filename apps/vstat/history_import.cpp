@@ -16,6 +16,7 @@ const char* const kTotalsCollection = "Any folder class - any folder type";
 
 // The report's whole-store figures, and whether its header names the same job as the details file's.
 bool readReportTotals(const std::string& path, ScanHeader& scan, Report& report, std::string& error) {
+  // A report that is not complete is refused by the reader.
   if (!readReport(path, report, error)) return false;
   const ReportCollection* totals = report.find(kTotalsCollection);
   const ReportCounter* count = totals ? totals->find("Message count") : nullptr;

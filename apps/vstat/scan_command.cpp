@@ -10,7 +10,7 @@
 // Exit status (also in --help):
 //   0  the report was written (and copied, with --report)
 //   1  the job failed, was refused, or was stopped by Ctrl-C (a partial report is still shown and copied)
-//   2  usage error, including a --report target whose directory is missing or not writable
+//   2  usage error, including a --report or -o target whose directory is missing or not writable
 //   3  STORE_DIR/mail is missing or not a directory
 //   4  the server program is missing, not executable, or cannot be started
 //   5  the server died, hung, or broke the protocol before the job ended
@@ -42,12 +42,13 @@
 #include "commands.h"
 #include "progress_display.h"
 #include "report_reader.h"
-#include "report_summary.h"
+#include "report_output.h"
 #include "stat/job_facts.h"
 #include "stat/report_file.h"
 #include "stat/report_lock.h"
-#include "stat/stat_job_client.h"
 #include "stat/scan_settings.h"
+#include "stat/stat_job_client.h"
+#include "terminal_text.h"
 #include "stat/vstat_messages.h"
 #include "utils/string_utils.h"
 #include "vcom/message_types.h"
@@ -122,10 +123,10 @@ struct ScanOptions {
   std::string osName;
   unsigned long osCode = kDefaultOsCode;
   bool verbose = false;
-  bool histograms = true;
   bool noWait = false;
   unsigned threads = 0;  // 0: the server's own default
   bool gentle = false;
+  std::shared_ptr<OutputOptions> output = std::make_shared<OutputOptions>();
 };
 
 std::string defaultOsName() {
@@ -163,9 +164,24 @@ int checkStore(ScanOptions& options) {
   return kExitReport;
 }
 
-// --report is checked before the scan, so that a long scan does not end in a copy that cannot be made.
-// A directory receives the report under its own name.
-int checkReportTarget(ScanOptions& options) {
+// A file is written into its directory (a temporary name, then a rename), so the directory must be
+// writable; checked before the scan, so that a long scan does not end in an output that cannot be made.
+int checkWritableDirectory(const std::string& file, const char* what) {
+  const size_t slash = file.rfind('/');
+  const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : file.substr(0, slash);
+  if (access(dir.c_str(), W_OK) != 0) {
+    std::fprintf(stderr, "vstat scan: cannot write the %s into '%s': %s\n", what, dir.c_str(), std::strerror(errno));
+    return kExitUsage;
+  }
+  return kExitReport;
+}
+
+// A --report directory receives the report under its own name.
+int checkOutputTargets(ScanOptions& options) {
+  if (!options.output->file.empty()) {
+    const int status = checkWritableDirectory(options.output->file, "output");
+    if (status != kExitReport) return status;
+  }
   if (options.reportCopy.empty()) return kExitReport;
   struct stat st;
   if (stat(options.reportCopy.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
@@ -173,14 +189,7 @@ int checkReportTarget(ScanOptions& options) {
     if (options.reportCopy != "/") options.reportCopy += "/";
     options.reportCopy += std::strrchr(kReportPath, '/') + 1;
   }
-  const size_t slash = options.reportCopy.rfind('/');
-  const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : options.reportCopy.substr(0, slash);
-  if (access(dir.c_str(), W_OK) != 0) {
-    std::fprintf(stderr, "vstat scan: cannot write the report copy into '%s': %s\n", dir.c_str(),
-                 std::strerror(errno));
-    return kExitUsage;
-  }
-  return kExitReport;
+  return checkWritableDirectory(options.reportCopy, "report copy");
 }
 
 // The server lives next to the vstat program (or in the installed layout) unless --server names it.
@@ -427,15 +436,19 @@ class ScanRun {
     std::string text;
     Report report;
     std::string error;
-    if (!readReportText(kReportPath, text, error) || !parseReport(text, report, error)) {
-      std::fprintf(stderr, "vstat scan: %s: %s\n", kReportPath, error.c_str());
+    if (!readReportText(kReportPath, text, report.fileTime, error) || !parseReport(text, report, error)) {
+      std::fprintf(stderr, "vstat scan: %s: %s\n", kReportPath, terminalSafe(error).c_str());
       return kExitReportUnusable;
     }
-    SummaryOptions summary;
-    summary.showHistograms = options_.histograms;
-    std::cout << "\n";
-    renderSummary(std::cout, report, summary);
-    std::cout << "\nReport: " << kReportPath << "\n";
+    const bool onScreen = options_.output->file.empty();
+    if (onScreen) std::cout << "\n";
+    if (!emitReport(std::cout, report, *options_.output, error)) {
+      std::fprintf(stderr, "vstat scan: cannot write the output: %s\n", terminalSafe(error).c_str());
+      status = kExitReportUnusable;
+    } else if (!onScreen) {
+      std::cout << "Written to: " << options_.output->file << "\n";
+    }
+    if (onScreen && options_.output->format == ReportFormat::Text) std::cout << "\nReport: " << kReportPath << "\n";
     if (!options_.reportCopy.empty()) {
       if (replaceFileContents(options_.reportCopy, text, error)) {
         std::cout << "Copied to: " << options_.reportCopy << "\n";
@@ -459,7 +472,7 @@ class ScanRun {
 int runScan(ScanOptions& options) {
   int status = checkStore(options);
   if (status != kExitReport) return status;
-  status = checkReportTarget(options);
+  status = checkOutputTargets(options);
   if (status != kExitReport) return status;
   status = findServer(options);
   if (status != kExitReport) return status;
@@ -506,9 +519,8 @@ void addScanCommand(CommandLine& cli) {
   scan->add_flag("--gentle", options->gentle,
                  "Idle I/O and CPU priority for the server; the cache pages it brought in are handed back");
   scan->add_flag("-v,--verbose", options->verbose, "Also show the server's debug log records");
-  scan->add_flag_callback("--no-histograms", [options] { options->histograms = false; },
-                          "Summary without the histogram bars");
   scan->add_flag("--no-wait", options->noWait, "Fail at once when another scan is running, instead of waiting");
+  addOutputOptions(scan, options->output);
   scan->footer(std::string("The server writes its report to ") + kReportPath +
                ". Ctrl-C stops the scan and reports what was counted; a second Ctrl-C aborts at once.\n"
                "Exit status: 0 report written, 1 job failed or stopped, 2 usage error, 3 store missing,\n"
