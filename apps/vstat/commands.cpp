@@ -7,6 +7,7 @@ void registerCommands(CommandLine& cli) {
   addScanCommand(cli);
   addShowCommand(cli);
   addMimeCommand(cli);
+  addHistoryCommands(cli);
 }
 
 int runVstat(int argc, char** argv, std::ostream& out, std::ostream& err) {

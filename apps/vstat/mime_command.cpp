@@ -1,6 +1,8 @@
 // vstat mime [--json] FILE...: shows why a message counts as it does by printing the MIME part tree the
 // store scan sees, as an outline or as one JSON object per file and line.
 
+#include <fcntl.h>
+
 #include <cerrno>
 #include <cstring>
 #include <iostream>

@@ -10,6 +10,8 @@ namespace vstat {
 constexpr char kMailRoot[] = "/mail";
 // Every job writes its report here, replacing the previous one.
 constexpr char kReportPath[] = "/tmp/VStatReport.xml";
+// When set in the server's environment, names the file that receives the per-folder details of the job.
+constexpr char kDetailsVariable[] = "VSTAT_DETAILS";
 // The server program, looked for next to the client first, then at this path relative to the
 // client's directory (the installed layout: bin/ beside lib/vstat/).
 constexpr char kServerName[] = "vstatserver";

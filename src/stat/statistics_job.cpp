@@ -19,11 +19,13 @@ void StatisticsJob::run() {
   defineCounters(statistic_);
   mailboxCount_ = StoreWalk::countMailboxes(root);
   channel_.sendErrMsg("StoreTarget::countStatistic starting processFolder()");
+  openDetails();
   StoreWalk walk(root, *this, channel_.stopRequested);
   walk.run();
   channel_.sendErrMsg("StoreTarget::countStatistic processFolder() finished\n");
   // A stopped walk still reports what it counted.
   writeReport();
+  finishDetails();
   channel_.sendErrMsg("StoreTarget::countStatistic finished\n");
   counting_ = false;
   sendProgress(walk.place());
@@ -55,6 +57,7 @@ void StatisticsJob::userFinished(const StorePlace& place) {
 void StatisticsJob::folderFound(const StorePlace& place, const FolderStatus& status) {
   statistic_.addFolderInfo(place.domain, place.mailbox, place.folder, status.type, status.folderSize,
                            status.messageCount);
+  if (details_.isOpen()) details_.folderFound(place, status.type);
 }
 
 void StatisticsJob::messageFound(const StorePlace& place, Collection::FolderType type, const MessageEntry& entry) {
@@ -64,6 +67,7 @@ void StatisticsJob::messageFound(const StorePlace& place, Collection::FolderType
     return;
   }
   statistic_.addMessageInfo({place.domain, place.mailbox, place.folder, type}, facts);
+  if (details_.isOpen()) details_.messageCounted(place, type, facts);
 }
 
 void StatisticsJob::indexEntryFound(const StorePlace& place, Collection::FolderType type, const IndexEntry& entry) {
@@ -72,9 +76,30 @@ void StatisticsJob::indexEntryFound(const StorePlace& place, Collection::FolderT
   facts.messageClass = entry.messageClass;
   facts.size = entry.size;
   statistic_.addMessageInfo({place.domain, place.mailbox, place.folder, type}, facts);
+  if (details_.isOpen()) details_.messageCounted(place, type, facts);
 }
 
 void StatisticsJob::walkError(const std::string& line) { channel_.sendErrMsg(line); }
+
+void StatisticsJob::openDetails() {
+  if (detailsPath_.empty()) return;
+  DetailsHeader header;
+  header.store = request_.storeDir;
+  header.productVersion = request_.productVersion;
+  header.build = request_.build;
+  header.osName = request_.osName;
+  header.osCode = request_.osCode;
+  header.date = std::time(nullptr);
+  std::string error;
+  if (!details_.open(detailsPath_, header, error)) channel_.sendErrMsg("No folder details: " + error + "\n");
+}
+
+void StatisticsJob::finishDetails() {
+  std::string error;
+  if (details_.isOpen() && !details_.finish(channel_.stopRequested.load(), error)) {
+    channel_.sendErrMsg("No folder details: " + error + "\n");
+  }
+}
 
 void StatisticsJob::writeReport() {
   std::ostringstream text;

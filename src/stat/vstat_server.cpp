@@ -2,6 +2,8 @@
 
 #include <unistd.h>
 
+#include <cstdlib>
+
 #include "stat/job_facts.h"
 #include "stat/statistics_job.h"
 #include "tiny/thread.h"
@@ -130,7 +132,9 @@ void VStatServer::queueStatResponse(const Msg* req, uint32_t type, uint32_t valu
 
 void VStatServer::counterThread(void* serverArg) {
   VStatServer* server = static_cast<VStatServer*>(serverArg);
-  StatisticsJob(server->request, server->channel, vorlane::vstat::kReportPath).run();
+  StatisticsJob job(server->request, server->channel, vorlane::vstat::kReportPath);
+  if (const char* details = std::getenv(vorlane::vstat::kDetailsVariable)) job.setDetailsPath(details);
+  job.run();
   // One process serves one run. The last events must reach the parent before the process ends; the
   // other threads are still running, so the process ends without running static destructors under them.
   server->waitUntilSent(kFinalSendTimeoutMs);
