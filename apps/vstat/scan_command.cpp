@@ -34,9 +34,11 @@
 
 #include "command_line.h"
 #include "commands.h"
+#include "history_import.h"
 #include "progress_display.h"
 #include "report_reader.h"
 #include "report_summary.h"
+#include "stat/job_facts.h"
 #include "stat/report_file.h"
 #include "stat/vstat_messages.h"
 #include "utils/string_utils.h"
@@ -56,6 +58,7 @@ enum ExitCode {
   kExitNoServer = 4,
   kExitServerDied = 5,
   kExitReportUnusable = 6,
+  kExitHistoryFailed = 7,
 };
 
 // The server always writes its report here.
@@ -116,6 +119,8 @@ struct ScanOptions {
   unsigned long osCode = kDefaultOsCode;
   bool verbose = false;
   bool histograms = true;
+  bool history = false;   // store the scan in the history database
+  ImportOptions import;   // where, and under which node name
 };
 
 std::string defaultOsName() {
@@ -457,8 +462,29 @@ int runScan(ScanOptions& options) {
   if (status != kExitReport) return status;
 
   InterruptGuard interrupts;
-  ScanRun run(options);
-  return run.run();
+  if (!options.history) return ScanRun(options).run();
+
+  // The server inherits the variable and writes the details there; they are imported with the report
+  // (also a stopped scan's, marked as such) and removed.
+  TemporaryDetails details;
+  if (details.path().empty() || ::setenv(vstat::kDetailsVariable, details.path().c_str(), 1) != 0) {
+    std::fprintf(stderr, "vstat scan: cannot make a temporary details file: %s\n", std::strerror(errno));
+    return kExitHistoryFailed;
+  }
+  status = ScanRun(options).run();
+  ::unsetenv(vstat::kDetailsVariable);
+  if (::access(details.path().c_str(), F_OK) != 0) return status;
+  ImportOptions import = options.import;
+  import.report = options.reportCopy.empty() ? kReportPath : options.reportCopy;
+  import.details = details.path();
+  long long scanId = 0;
+  std::string error;
+  if (!importScan(import, scanId, error)) {
+    std::fprintf(stderr, "vstat scan: not stored in the history: %s\n", error.c_str());
+    return status == kExitReport ? kExitHistoryFailed : status;
+  }
+  std::cout << "Stored in the history as scan " << scanId << ".\n";
+  return status;
 }
 
 }  // namespace
@@ -466,8 +492,13 @@ int runScan(ScanOptions& options) {
 void addScanCommand(CommandLine& cli) {
   auto options = std::make_shared<ScanOptions>();
   options->osName = defaultOsName();
+  auto historyOption = std::make_shared<CLI::Option*>(nullptr);
   CLI::App* scan = cli.addCommand("scan", "Scan a message store with vstatserver and summarise its report",
-                                  [options] { return runScan(*options); });
+                                  [options, historyOption] {
+                                    // --history may come without a value: it is its presence that counts.
+                                    options->history = (*historyOption)->count() > 0;
+                                    return runScan(*options);
+                                  });
   const vstat::ProcessStoreReqBuffT request{};
   scan->add_option("STORE_DIR", options->storeDir, "The store; its messages are under STORE_DIR/mail")->required();
   scan->add_option("--server", options->serverPath, "The server program (default: vstatserver next to vstat)")
@@ -489,12 +520,19 @@ void addScanCommand(CommandLine& cli) {
       ->check(numberUpTo(0xFFFFFFFFul))
       ->capture_default_str();
   scan->add_flag("-v,--verbose", options->verbose, "Also show the server's debug log records");
+  *historyOption = scan->add_option("--history", options->import.db,
+                   "Also store the scan in the history database DB (default " + defaultHistoryPath() + ")")
+      ->expected(0, 1)
+      ->type_name("[DB]");
+  scan->add_option("--node", options->import.node, "Node name of the scan in the history (default: host name)")
+      ->type_name("NAME");
   scan->add_flag_callback("--no-histograms", [options] { options->histograms = false; },
                           "Summary without the histogram bars");
   scan->footer(std::string("The server writes its report to ") + kReportPath +
                ". Ctrl-C stops the scan and reports what was counted; a second Ctrl-C aborts at once.\n"
                "Exit status: 0 report written, 1 job failed or stopped, 2 usage error, 3 store missing,\n"
-               "4 server program missing, 5 server died or hung, 6 report unreadable or not copied.");
+               "4 server program missing, 5 server died or hung, 6 report unreadable or not copied,\n"
+               "7 scan not stored in the history.");
 }
 
 }  // namespace cli
