@@ -9,6 +9,7 @@ void registerCommands(CommandLine& cli) {
   addMergeCommand(cli);
   addDiffCommand(cli);
   addMimeCommand(cli);
+  addHistoryCommands(cli);
 }
 
 int runVstat(int argc, char** argv, std::ostream& out, std::ostream& err) {

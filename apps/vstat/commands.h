@@ -11,6 +11,8 @@ void addMergeCommand(CommandLine& cli);  // vstat merge A B ... -o ALL [--force]
 void addMimeCommand(CommandLine& cli);   // vstat mime [--json] FILE...
 void addScanCommand(CommandLine& cli);   // vstat scan STORE_DIR [options]
 void addShowCommand(CommandLine& cli);   // vstat show REPORT [options]
+// vstat import REPORT DETAILS, vstat top, vstat history: the scan history (history_cli.cpp).
+void addHistoryCommands(CommandLine& cli);
 
 // Every command of the program, in the order --help lists them.
 void registerCommands(CommandLine& cli);

@@ -135,6 +135,10 @@ bool HistoryDb::open(const std::string& path, bool create, std::string& error, i
     return false;
   }
   sqlite3_busy_timeout(db_, busyTimeoutMs);
+  // A whole scan goes in as one transaction: with the default small page cache, SQLite would spill
+  // (and sync) pages of the journal long before the commit. Sorting for the per-mailbox sums stays in memory.
+  std::string ignored;
+  exec("PRAGMA cache_size = -65536; PRAGMA temp_store = MEMORY", ignored);
   return checkSchema(create, error);
 }
 

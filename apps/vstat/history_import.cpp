@@ -1,5 +1,6 @@
 #include "history_import.h"
 
+#include <stdlib.h>
 #include <unistd.h>
 
 #include <climits>
@@ -81,6 +82,21 @@ bool importScan(const ImportOptions& options, long long& scanId, std::string& er
     return false;
   }
   return importDetails(db, options.details, scan, &report, scanId, error);
+}
+
+TemporaryDetails::TemporaryDetails() {
+  const char* tmp = std::getenv("TMPDIR");
+  std::string pattern = std::string(tmp && tmp[0] == '/' ? tmp : "/tmp") + "/vstat-details-XXXXXX";
+  if (::mkdtemp(&pattern[0])) {
+    directory_ = pattern;
+    path_ = directory_ + "/details.jsonl";
+  }
+}
+
+TemporaryDetails::~TemporaryDetails() {
+  if (directory_.empty()) return;
+  ::unlink(path_.c_str());
+  ::rmdir(directory_.c_str());
 }
 
 }  // namespace cli

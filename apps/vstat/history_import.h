@@ -32,5 +32,21 @@ bool importDetails(HistoryDb& db, const std::string& detailsPath, ScanHeader sca
 // `vstat import`: reads the report's header and totals, opens (or creates) the database and imports.
 bool importScan(const ImportOptions& options, long long& scanId, std::string& error);
 
+// A private place for the details file of a job this process runs (for `vstat scan --history`): a new
+// directory of mode 0700 under the system's temporary directory, removed with everything in it when
+// the object goes. path() is empty when the directory could not be made.
+class TemporaryDetails {
+ public:
+  TemporaryDetails();
+  ~TemporaryDetails();
+  TemporaryDetails(const TemporaryDetails&) = delete;
+  TemporaryDetails& operator=(const TemporaryDetails&) = delete;
+  const std::string& path() const { return path_; }
+
+ private:
+  std::string directory_;
+  std::string path_;
+};
+
 }  // namespace cli
 }  // namespace vorlane

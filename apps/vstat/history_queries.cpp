@@ -166,7 +166,7 @@ bool queryGrowth(HistoryDb& db, const std::vector<ScanRef>& before, const std::v
       "SUM(CASE WHEN scan IN (" + nowIds + ") THEN bytes ELSE 0 END) AS b1, "
       "SUM(CASE WHEN scan IN (" + beforeIds + ") THEN messages ELSE 0 END), "
       "SUM(CASE WHEN scan IN (" + nowIds + ") THEN messages ELSE 0 END) FROM mailbox WHERE scan IN (" + beforeIds +
-      "," + nowIds + ")" + filterClause(filter) + " GROUP BY domain, mailbox ORDER BY b1 - b0 DESC, 1, 2 LIMIT ?1";
+      "," + nowIds + ")" + filterClause(filter) + " GROUP BY domain, mailbox HAVING b1 > b0 ORDER BY b1 - b0 DESC, 1, 2 LIMIT ?1";
   Statement s;
   if (!db.prepare(sql.c_str(), s, error)) return false;
   s.bind(1, limit);

@@ -70,7 +70,7 @@ bool queryScanTotals(HistoryDb& db, const std::string& node, const NameFilter& f
 // that old), or the one before the newest when `since` is empty. Nodes without an earlier scan have none.
 bool selectBaselines(HistoryDb& db, const std::vector<ScanRef>& latest, const std::string& since,
                      std::vector<ScanRef>& baselines, std::string& error);
-// The mailboxes whose bytes grew most from `before` to `now`, largest growth first.
+// The mailboxes whose bytes grew from `before` to `now`, largest growth first.
 bool queryGrowth(HistoryDb& db, const std::vector<ScanRef>& before, const std::vector<ScanRef>& now,
                  const NameFilter& filter, unsigned limit, std::vector<GrowthRow>& rows, std::string& error);
 

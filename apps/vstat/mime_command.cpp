@@ -2,6 +2,8 @@
 // store scan sees, as an outline or as one JSON object per file and line.
 #include <fcntl.h>
 
+#include <fcntl.h>
+
 #include <cerrno>
 #include <cstring>
 #include <iostream>

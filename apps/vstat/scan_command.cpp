@@ -16,6 +16,7 @@
 //   5  the server died, hung, or broke the protocol before the job ended
 //   6  the report was written but cannot be read or copied to --report FILE
 //   7  another scan holds the report lock and --no-wait was given
+//   8  the scan was not stored in the history (--history)
 //
 // Two scans on one machine would share the fixed report path: the report lock (report_lock.h) is taken
 // before the server starts and held until the report has been read and copied; a second scan waits
@@ -40,6 +41,7 @@
 
 #include "command_line.h"
 #include "commands.h"
+#include "history_import.h"
 #include "progress_display.h"
 #include "report_reader.h"
 #include "report_output.h"
@@ -66,6 +68,7 @@ enum ExitCode {
   kExitServerDied = 5,
   kExitReportUnusable = 6,
   kExitBusy = 7,
+  kExitHistoryFailed = 8,
 };
 
 using vstat::kReportPath;
@@ -127,6 +130,8 @@ struct ScanOptions {
   unsigned threads = 0;  // 0: the server's own default
   bool gentle = false;
   std::shared_ptr<OutputOptions> output = std::make_shared<OutputOptions>();
+  bool history = false;   // store the scan in the history database
+  ImportOptions import;   // where, and under which node name
 };
 
 std::string defaultOsName() {
@@ -481,8 +486,29 @@ int runScan(ScanOptions& options) {
   if (options.threads) setenv(kThreadsVariable, std::to_string(options.threads).c_str(), 1);
   if (options.gentle) setenv(kGentleVariable, "1", 1);
   InterruptGuard interrupts;
-  ScanRun run(options);
-  return run.run();
+  if (!options.history) return ScanRun(options).run();
+
+  // The server inherits the variable and writes the details there; they are imported with the report
+  // (also a stopped scan's, marked as such) and removed.
+  TemporaryDetails details;
+  if (details.path().empty() || ::setenv(vstat::kDetailsVariable, details.path().c_str(), 1) != 0) {
+    std::fprintf(stderr, "vstat scan: cannot make a temporary details file: %s\n", std::strerror(errno));
+    return kExitHistoryFailed;
+  }
+  status = ScanRun(options).run();
+  ::unsetenv(vstat::kDetailsVariable);
+  if (::access(details.path().c_str(), F_OK) != 0) return status;
+  ImportOptions import = options.import;
+  import.report = options.reportCopy.empty() ? kReportPath : options.reportCopy;
+  import.details = details.path();
+  long long scanId = 0;
+  std::string error;
+  if (!importScan(import, scanId, error)) {
+    std::fprintf(stderr, "vstat scan: not stored in the history: %s\n", error.c_str());
+    return status == kExitReport ? kExitHistoryFailed : status;
+  }
+  std::cout << "Stored in the history as scan " << scanId << ".\n";
+  return status;
 }
 
 }  // namespace
@@ -490,8 +516,13 @@ int runScan(ScanOptions& options) {
 void addScanCommand(CommandLine& cli) {
   auto options = std::make_shared<ScanOptions>();
   options->osName = defaultOsName();
+  auto historyOption = std::make_shared<CLI::Option*>(nullptr);
   CLI::App* scan = cli.addCommand("scan", "Scan a message store with vstatserver and summarise its report",
-                                  [options] { return runScan(*options); });
+                                  [options, historyOption] {
+                                    // --history may come without a value: it is its presence that counts.
+                                    options->history = (*historyOption)->count() > 0;
+                                    return runScan(*options);
+                                  });
   const vstat::ProcessStoreReqBuffT request{};
   scan->add_option("STORE_DIR", options->storeDir, "The store; its messages are under STORE_DIR/mail")->required();
   scan->add_option("--server", options->serverPath, "The server program (default: vstatserver next to vstat)")
@@ -521,11 +552,17 @@ void addScanCommand(CommandLine& cli) {
   scan->add_flag("-v,--verbose", options->verbose, "Also show the server's debug log records");
   scan->add_flag("--no-wait", options->noWait, "Fail at once when another scan is running, instead of waiting");
   addOutputOptions(scan, options->output);
+  *historyOption = scan->add_option("--history", options->import.db,
+                   "Also store the scan in the history database DB (default " + defaultHistoryPath() + ")")
+      ->expected(0, 1)
+      ->type_name("[DB]");
+  scan->add_option("--node", options->import.node, "Node name of the scan in the history (default: host name)")
+      ->type_name("NAME");
   scan->footer(std::string("The server writes its report to ") + kReportPath +
                ". Ctrl-C stops the scan and reports what was counted; a second Ctrl-C aborts at once.\n"
                "Exit status: 0 report written, 1 job failed or stopped, 2 usage error, 3 store missing,\n"
                "4 server program missing, 5 server died or hung, 6 report unreadable or not copied,\n"
-               "7 another scan is running (--no-wait).");
+               "7 another scan is running (--no-wait), 8 scan not stored in the history.");
 }
 
 }  // namespace cli

@@ -60,18 +60,16 @@ std::string utcDate(std::time_t date) {
 
 }  // namespace
 
-void FolderDetails::addMessage(unsigned long long size, unsigned long long headerSize,
-                               unsigned long long plainTextSize, unsigned long long htmlSize,
-                               unsigned long long rtfSize, bool isSigned, bool isEncrypted) {
+void FolderDetails::addMessage(const MessageFacts& message) {
   ++messages;
-  bytes += size;
-  largest = std::max(largest, size);
-  headerBytes += headerSize;
-  plainBytes += plainTextSize;
-  htmlBytes += htmlSize;
-  rtfBytes += rtfSize;
-  signedMessages += isSigned ? 1 : 0;
-  encryptedMessages += isEncrypted ? 1 : 0;
+  bytes += message.size;
+  largest = std::max(largest, message.size);
+  headerBytes += message.headerSize;
+  plainBytes += message.plainTextSize;
+  htmlBytes += message.htmlSize;
+  rtfBytes += message.rtfSize;
+  signedMessages += message.isSigned ? 1 : 0;
+  encryptedMessages += message.isEncrypted ? 1 : 0;
 }
 
 FolderDetails folderDetailsAt(const std::string& domain, const std::string& walkMailbox,
@@ -206,4 +204,35 @@ void FolderDetailsWriter::discard() {
   ::close(fd);
   ::unlink(temporary.c_str());
   fd = -1;
+}
+
+void FolderDetailsRecorder::folderFound(const StorePlace& place, Collection::FolderType type) {
+  recordAt(place, type, true);
+}
+
+void FolderDetailsRecorder::messageCounted(const StorePlace& place, Collection::FolderType type,
+                                           const MessageFacts& message) {
+  recordAt(place, type, false).addMessage(message);
+}
+
+bool FolderDetailsRecorder::finish(bool partial, std::string& error) {
+  writeCurrent();
+  return writer_.finish(partial, error);
+}
+
+FolderDetails& FolderDetailsRecorder::recordAt(const StorePlace& place, Collection::FolderType type, bool hasStatus) {
+  if (hasCurrent_ && place.folder == currentPlace_.folder && place.mailbox == currentPlace_.mailbox &&
+      place.domain == currentPlace_.domain) {
+    return current_;
+  }
+  writeCurrent();
+  current_ = folderDetailsAt(place.domain, place.mailbox, place.folder, type, hasStatus);
+  currentPlace_ = place;
+  hasCurrent_ = true;
+  return current_;
+}
+
+void FolderDetailsRecorder::writeCurrent() {
+  if (hasCurrent_) writer_.write(current_);
+  hasCurrent_ = false;
 }

@@ -10,6 +10,8 @@
 #include <string>
 
 #include "stat/collection.h"
+#include "stat/message_facts.h"
+#include "stat/store_walk.h"
 
 // One folder as the walk saw it. `messages` and the byte figures are what the report counts for the
 // folder's messages (files of a mail folder, index lines otherwise).
@@ -30,11 +32,10 @@ struct FolderDetails {
   unsigned long long signedMessages = 0;
   unsigned long long encryptedMessages = 0;
 
-  void addMessage(unsigned long long size, unsigned long long headerSize, unsigned long long plainTextSize,
-                  unsigned long long htmlSize, unsigned long long rtfSize, bool isSigned, bool isEncrypted);
+  void addMessage(const MessageFacts& message);
 };
 
-// The record for the folder the walk is in. The walk keeps a public folder's first path element in its
+// The record for a folder where the walk is. The walk keeps a public folder's first path element in its
 // mailbox position; here the public tree is one mailbox-less tree and that element joins the path.
 FolderDetails folderDetailsAt(const std::string& domain, const std::string& walkMailbox,
                               const std::string& relativePath, Collection::FolderType type, bool hasStatus);
@@ -79,4 +80,28 @@ class FolderDetailsWriter {
   std::string buffer;  // flushed whenever it passes kFlushBytes
   int writeError = 0;  // errno of the first failed write
   unsigned long long folders = 0;
+};
+
+// Turns the walk's events into one record per folder. A folder's status and messages all come before
+// anything below it, so its record is complete, and written, as soon as an event names another place.
+// A folder without a status file gets a record only when it holds messages.
+class FolderDetailsRecorder {
+ public:
+  bool open(const std::string& path, const DetailsHeader& header, std::string& error) {
+    return writer_.open(path, header, error);
+  }
+  bool isOpen() const { return writer_.isOpen(); }
+  void folderFound(const StorePlace& place, Collection::FolderType type);
+  void messageCounted(const StorePlace& place, Collection::FolderType type, const MessageFacts& message);
+  // Writes the last record and ends the file (see FolderDetailsWriter::finish).
+  bool finish(bool partial, std::string& error);
+
+ private:
+  FolderDetails& recordAt(const StorePlace& place, Collection::FolderType type, bool hasStatus);
+  void writeCurrent();
+
+  FolderDetailsWriter writer_;
+  FolderDetails current_;
+  StorePlace currentPlace_;
+  bool hasCurrent_ = false;
 };

@@ -14,6 +14,8 @@ constexpr char kReportPath[] = "/tmp/VStatReport.xml";
 // that holds it tells the server it starts not to take it again.
 constexpr char kReportLockPath[] = "/tmp/VStatReport.xml.lock";
 constexpr char kReportLockHeldVariable[] = "VSTAT_REPORT_LOCK_HELD";
+// When set in the server's environment, names the file that receives the per-folder details of the job.
+constexpr char kDetailsVariable[] = "VSTAT_DETAILS";
 // The server program, looked for next to the client first, then at this path relative to the
 // client's directory (the installed layout: bin/ beside lib/vstat/).
 constexpr char kServerName[] = "vstatserver";

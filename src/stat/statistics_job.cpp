@@ -28,12 +28,14 @@ void StatisticsJob::run() {
   defineCounters(statistic_);
   mailboxCount_ = StoreWalk::countMailboxes(root);
   channel_.sendErrMsg("StoreTarget::countStatistic starting processFolder()");
+  openDetails();
   StoreWalk walk(root, *this, channel_.stopRequested);
   walk.run();
   countQueued();
   channel_.sendErrMsg("StoreTarget::countStatistic processFolder() finished\n");
   // A stopped walk still reports what it counted.
   writeReport();
+  finishDetails();
   channel_.sendErrMsg("StoreTarget::countStatistic finished\n");
   counting_ = false;
   sendProgress(stopped_ ? queuedPlace_ : walk.place());
@@ -87,6 +89,7 @@ void StatisticsJob::folderFound(const StorePlace& place, const FolderStatus& sta
   if (!countQueued()) return;
   statistic_.addFolderInfo(place.domain, place.mailbox, place.folder, status.type, status.folderSize,
                            status.messageCount);
+  if (details_.isOpen()) details_.folderFound(place, status.type);
 }
 
 void StatisticsJob::messageFound(const StorePlace& place, Collection::FolderType type, const MessageEntry& entry) {
@@ -119,6 +122,7 @@ void StatisticsJob::indexEntryFound(const StorePlace& place, Collection::FolderT
   facts.messageClass = entry.messageClass;
   facts.size = entry.size;
   statistic_.addMessageInfo({place.domain, place.mailbox, place.folder, type}, facts);
+  if (details_.isOpen()) details_.messageCounted(place, type, facts);
 }
 
 void StatisticsJob::walkError(const std::string& line) {
@@ -128,6 +132,7 @@ void StatisticsJob::walkError(const std::string& line) {
 void StatisticsJob::count(const StorePlace& place, Collection::FolderType type, const MessageOutcome& outcome) {
   if (outcome.read) {
     statistic_.addMessageInfo({place.domain, place.mailbox, place.folder, type}, outcome.facts);
+    if (details_.isOpen()) details_.messageCounted(place, type, outcome.facts);
   } else {
     channel_.sendErrMsg(outcome.error);
   }
@@ -153,6 +158,26 @@ bool StatisticsJob::countQueued() {
     if (!countNext()) return false;
   }
   return !stopped_;
+}
+
+void StatisticsJob::openDetails() {
+  if (detailsPath_.empty()) return;
+  DetailsHeader header;
+  header.store = request_.storeDir;
+  header.productVersion = request_.productVersion;
+  header.build = request_.build;
+  header.osName = request_.osName;
+  header.osCode = request_.osCode;
+  header.date = std::time(nullptr);
+  std::string error;
+  if (!details_.open(detailsPath_, header, error)) channel_.sendErrMsg("No folder details: " + error + "\n");
+}
+
+void StatisticsJob::finishDetails() {
+  std::string error;
+  if (details_.isOpen() && !details_.finish(channel_.stopRequested.load(), error)) {
+    channel_.sendErrMsg("No folder details: " + error + "\n");
+  }
 }
 
 void StatisticsJob::writeReport() {

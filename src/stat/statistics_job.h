@@ -15,6 +15,10 @@
 // and the messages read ahead of it are then dropped; everything but a message of the same folder
 // waits until the queued messages are counted.
 //
+// With a details path, the job also writes one record per folder to that file as it walks (see
+// folder_details.h); a details file that cannot be written is reported on the channel and changes
+// nothing else. Without one, the job does no extra work.
+//
 // Threading: run() executes on one thread (the server's counter thread) and talks to the channel from
 // it; only the channel's stop flag is touched from elsewhere. The parser threads only read files.
 #pragma once
@@ -22,6 +26,7 @@
 #include <memory>
 #include <string>
 
+#include "stat/folder_details.h"
 #include "stat/job_channel.h"
 #include "stat/report_lock.h"
 #include "stat/message_read_queue.h"
@@ -41,6 +46,9 @@ class StatisticsJob : private StoreVisitor {
   // place. A stop while it waits for the lock ends the job without a report; a lock that cannot be
   // taken at all is reported and the job runs without it.
   void takeReportLock(const std::string& lockPath) { lockPath_ = lockPath; }
+
+  // Where to write the per-folder details; empty (the default) for none. Set before run().
+  void setDetailsPath(const std::string& path) { detailsPath_ = path; }
 
   // The whole job: catalogue, mailbox count, walk, report, final progress event. Runs once.
   void run();
@@ -68,6 +76,8 @@ class StatisticsJob : private StoreVisitor {
   bool countNext();
   // Counts every queued message; false when the job has stopped.
   bool countQueued();
+  void openDetails();
+  void finishDetails();
   void writeReport();
   void sendProgress(const StorePlace& place);
 
@@ -88,4 +98,6 @@ class StatisticsJob : private StoreVisitor {
   // Set when the job itself saw the stop request while counting queued messages; the walk, which may
   // have gone on to the next folder meanwhile, then ends where those messages were.
   bool stopped_ = false;
+  std::string detailsPath_;
+  FolderDetailsRecorder details_;
 };

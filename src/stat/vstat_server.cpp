@@ -153,6 +153,7 @@ void VStatServer::counterThread(void* serverArg) {
   StatisticsJob job(server->request, server->channel, vorlane::vstat::kReportPath, scanSettingsFromEnvironment());
   // A client that started us for its scan holds the report lock already.
   if (!std::getenv(vorlane::vstat::kReportLockHeldVariable)) job.takeReportLock(vorlane::vstat::kReportLockPath);
+  if (const char* details = std::getenv(vorlane::vstat::kDetailsVariable)) job.setDetailsPath(details);
   job.run();
   // One process serves one run. The last events must reach the parent before the process ends; the
   // other threads are still running, so the process ends without running static destructors under them.

@@ -30,7 +30,11 @@ using vorlane::testing::TempDir;
 FolderDetails folder(const std::string& domain, const std::string& mailbox, const std::string& name,
                      std::vector<unsigned long long> sizes) {
   FolderDetails f = folderDetailsAt(domain, mailbox, name, Collection::MailFolder, true);
-  for (unsigned long long size : sizes) f.addMessage(size, 0, 0, 0, 0, false, false);
+  for (unsigned long long size : sizes) {
+    MessageFacts message;
+    message.size = size;
+    f.addMessage(message);
+  }
   return f;
 }
 

@@ -4,13 +4,17 @@
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <vector>
 
 #include <nlohmann/json.hpp>
 
 #include "../support/temp_dir.h"
+#include "mkstore/store_generator.h"
+#include "stat/statistics_job.h"
 #include "utils/base64.h"
 
 using vorlane::testing::TempDir;
@@ -56,8 +60,18 @@ TEST(FolderDetailsWriter, WritesHeaderFoldersAndEndLineInto0600File) {
   EXPECT_FALSE(std::filesystem::exists(path)) << "visible before the job ends";
 
   FolderDetails inbox = folderDetailsAt("example.com", "anna", "INBOX", Collection::MailFolder, true);
-  inbox.addMessage(5000, 1000, 2000, 0, 0, true, false);
-  inbox.addMessage(300, 100, 0, 150, 0, false, true);
+  MessageFacts signedMessage;
+  signedMessage.size = 5000;
+  signedMessage.headerSize = 1000;
+  signedMessage.plainTextSize = 2000;
+  signedMessage.isSigned = true;
+  MessageFacts encryptedMessage;
+  encryptedMessage.size = 300;
+  encryptedMessage.headerSize = 100;
+  encryptedMessage.htmlSize = 150;
+  encryptedMessage.isEncrypted = true;
+  inbox.addMessage(signedMessage);
+  inbox.addMessage(encryptedMessage);
   writer.write(inbox);
   writer.write(folderDetailsAt("example.com", "anna", "Tasks", static_cast<Collection::FolderType>(42), false));
   ASSERT_TRUE(writer.finish(true, error)) << error;
@@ -143,4 +157,109 @@ TEST(FolderDetailsWriter, UnfinishedOrFailedFileLeavesNothingBehind) {
   EXPECT_FALSE(writer.finish(false, error));
   EXPECT_NE(error.find("rename"), std::string::npos) << error;
   EXPECT_EQ(directoryEntries(dir.path()), std::vector<std::string>{"taken"});
+}
+
+namespace {
+
+// Stops the job when the walk has entered `stopAfter` mailboxes (0: never).
+class CountingChannel : public JobChannel {
+ public:
+  int sendProgressMsg(vorlane::vstat::EventBuffT& ev) override {
+    if (ev.mbox[0] != '\0' && stopAfter != 0 && ++entered == stopAfter) stopRequested = true;
+    return 0;
+  }
+  void sendErrMsg(const std::string&) override {}
+  void reportFailure(const std::string&) override {}
+
+  unsigned stopAfter = 0;
+  unsigned entered = 0;
+};
+
+std::string readAll(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::stringstream text;
+  text << in.rdbuf();
+  return text.str();
+}
+
+// A generated store and one folder whose names are not UTF-8 and hold a newline and quotes.
+const std::string kOddMailbox = "m\xfcller";
+const std::string kOddFolder = "caf\xe9\n\"quoted\"";
+
+class JobDetails : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    vorlane::mkstore::StoreOptions options;
+    options.messages = 400;
+    options.seed = 5;
+    options.outDir = dir.file("store");
+    vorlane::mkstore::Manifest manifest;
+    std::string error;
+    ASSERT_TRUE(vorlane::mkstore::generateStore(options, manifest, error)) << error;
+    dir.write("store/mail/odd.example/" + kOddMailbox + "/" + kOddFolder + "/status.fld", "T0\n");
+    dir.write("store/mail/odd.example/" + kOddMailbox + "/" + kOddFolder + "/#msgs/1.eml", "Subject: x\n\nbody\n");
+  }
+
+  // Runs one job, with details when `details` is not empty; returns the report's text.
+  std::string run(const std::string& details, unsigned stopAfter = 0) {
+    vorlane::vstat::ProcessStoreReqBuffT request{};
+    dir.file("store").copy(request.storeDir, sizeof request.storeDir - 1);
+    CountingChannel channel;
+    channel.stopAfter = stopAfter;
+    job.reset(new StatisticsJob(request, channel, dir.file("report.xml")));
+    job->setDetailsPath(details);
+    job->run();
+    return readAll(dir.file("report.xml"));
+  }
+
+  const Counter& total(Counter::Type type) const {
+    for (const Statistic::CollectionPtr& c : job->statistic().getMessageCollections()) {
+      if (c->name == "Any folder class - any folder type") return *c->getCounter(type);
+    }
+    throw std::logic_error("no totals collection");
+  }
+
+  // The folder lines add up to the report's totals of the whole store.
+  void expectSumsEqualTotals(const std::vector<nlohmann::json>& lines) {
+    unsigned long long messages = 0, bytes = 0, largest = 0;
+    for (size_t i = 1; i + 1 < lines.size(); ++i) {
+      messages += lines[i]["messages"].get<unsigned long long>();
+      bytes += lines[i]["bytes"].get<unsigned long long>();
+      largest = std::max(largest, lines[i]["largest"].get<unsigned long long>());
+    }
+    EXPECT_EQ(messages, total(Counter::MessageCount).getCount());
+    EXPECT_EQ(bytes, total(Counter::MessageSize).getSum());
+    EXPECT_EQ(largest, total(Counter::MessageSize).getMax());
+  }
+
+  TempDir dir;
+  std::unique_ptr<StatisticsJob> job;
+};
+
+}  // namespace
+
+TEST_F(JobDetails, FolderLinesAddUpToTheReportAndLeaveItUnchanged) {
+  const std::string plain = run("");
+  EXPECT_FALSE(std::filesystem::exists(dir.file("details.jsonl")));
+  EXPECT_EQ(run(dir.file("details.jsonl")), plain);
+
+  const std::vector<nlohmann::json> lines = readLines(dir.file("details.jsonl"));
+  ASSERT_GT(lines.size(), 20u);
+  EXPECT_EQ(lines.back()["partial"], false);
+  expectSumsEqualTotals(lines);
+  const auto odd = std::find_if(lines.begin(), lines.end(), [](const nlohmann::json& line) {
+    return line.contains("folder") && nameOf(line, "folder") == kOddFolder;
+  });
+  ASSERT_NE(odd, lines.end());
+  EXPECT_EQ(nameOf(*odd, "mailbox"), kOddMailbox);
+  EXPECT_EQ((*odd)["messages"], 1);
+}
+
+TEST_F(JobDetails, StoppedJobEndsItsDetailsAsPartial) {
+  run(dir.file("details.jsonl"), 3);
+  const std::vector<nlohmann::json> lines = readLines(dir.file("details.jsonl"));
+  ASSERT_GE(lines.size(), 3u);
+  EXPECT_EQ(lines.back()["partial"], true);
+  EXPECT_EQ(lines.back()["folders"], lines.size() - 2);
+  expectSumsEqualTotals(lines);
 }
