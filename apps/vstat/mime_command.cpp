@@ -1,6 +1,6 @@
-#include "mime_command.h"
-
-#include <sys/stat.h>
+// vstat mime [--json] FILE...: shows why a message counts as it does by printing the MIME part tree the
+// store scan sees, as an outline or as one JSON object per file and line.
+#include <fcntl.h>
 
 #include <cerrno>
 #include <cstring>
@@ -13,19 +13,16 @@
 #include "json_writer.h"
 #include "mime/mail_struct.h"
 #include "mime_tree_output.h"
-#include "stat/message_classification.h"
-#include "utils/vfile.h"
+#include "stat/message_file.h"
 
 namespace vorlane {
 namespace cli {
 
 namespace {
 
-void printUsage(std::ostream& err) { err << "usage: vstat mime [--json] FILE...\n"; }
-
 // What the store scan would add to the statistic for this message (a message the parser rejects
 // counts with zero header and body sizes).
-void writeClassificationJson(JsonWriter& json, const MessageClassification& c) {
+void writeClassificationJson(JsonWriter& json, const MessageFacts& c) {
   json.beginObject();
   json.key("header").value(static_cast<unsigned long long>(c.headerSize));
   json.key("plain").value(static_cast<unsigned long long>(c.plainTextSize));
@@ -36,31 +33,27 @@ void writeClassificationJson(JsonWriter& json, const MessageClassification& c) {
   json.endObject();
 }
 
-void writeClassificationText(std::ostream& out, const MessageClassification& c) {
+void writeClassificationText(std::ostream& out, const MessageFacts& c) {
   out << "counted as: header " << c.headerSize << ", plain text " << c.plainTextSize << ", HTML " << c.htmlSize
       << ", RTF " << c.rtfSize << ", signed " << (c.isSigned ? "yes" : "no") << ", encrypted "
       << (c.isEncrypted ? "yes" : "no") << '\n';
 }
 
-// Parses one file and writes its tree; false (with a message on `err`) when the file cannot be read.
+// Reads one file as the store scan reads a message and writes its tree; false (with a message on `err`)
+// when the file cannot be read.
 bool showFile(const char* path, bool asJson, std::ostream& out, std::ostream& err) {
-  struct stat64 info;
-  if (stat64(path, &info) != 0) {
-    err << "vstat mime: cannot stat " << path << ": " << std::strerror(errno) << '\n';
+  const std::string name(path);
+  MessageFacts classification;
+  std::string error;
+  std::unique_ptr<mime::mail_struct> tree;
+  errno = 0;
+  if (!readMessage(MessageEntry{AT_FDCWD, path, DT_UNKNOWN, name}, classification, error, &tree)) {
+    // errno is left by the system call that failed, and stays 0 for a file refused for its type.
+    const int reason = errno;
+    error.pop_back();  // the line end
+    err << "vstat mime: " << error << (reason ? ": " : "") << (reason ? std::strerror(reason) : "") << '\n';
     return false;
   }
-  if (!S_ISREG(info.st_mode)) {
-    err << "vstat mime: " << path << " is not a regular file\n";
-    return false;
-  }
-  utils::VFile file;
-  if (!file.open(path, "r")) {
-    err << "vstat mime: cannot open " << path << ": " << std::strerror(errno) << '\n';
-    return false;
-  }
-  std::unique_ptr<mime::mail_struct> tree(mime::mail_struct::parse(&file));
-  file.close();
-  const MessageClassification classification = classifyMessage(tree.get());
 
   if (asJson) {
     JsonWriter json(out);
@@ -78,7 +71,7 @@ bool showFile(const char* path, bool asJson, std::ostream& out, std::ostream& er
     json.endObject();
     out << '\n';
   } else {
-    out << path << " (" << info.st_size << " bytes)\n";
+    out << path << " (" << classification.size << " bytes)\n";
     if (tree) {
       writeMimeTreeText(out, tree.get());
     } else {
@@ -91,37 +84,24 @@ bool showFile(const char* path, bool asJson, std::ostream& out, std::ostream& er
 
 }  // namespace
 
-int runMimeCommandTo(int argc, char** argv, std::ostream& out, std::ostream& err) {
-  bool asJson = false;
-  std::vector<const char*> files;
-  bool optionsDone = false;
-  for (int i = 0; i < argc; ++i) {
-    const char* arg = argv[i];
-    if (!optionsDone && std::strcmp(arg, "--json") == 0) {
-      asJson = true;
-    } else if (!optionsDone && std::strcmp(arg, "--") == 0) {
-      optionsDone = true;
-    } else if (!optionsDone && arg[0] == '-' && arg[1] != '\0') {
-      err << "vstat mime: unknown option '" << arg << "'\n";
-      printUsage(err);
-      return 2;
-    } else {
-      files.push_back(arg);
+void addMimeCommand(CommandLine& cli) {
+  struct MimeOptions {
+    bool json = false;
+    std::vector<std::string> files;
+  };
+  auto options = std::make_shared<MimeOptions>();
+  CLI::App* mime = cli.addCommand("mime", "Show how message files are parsed and counted", [options, &cli] {
+    int status = 0;
+    for (const std::string& path : options->files) {
+      if (!showFile(path.c_str(), options->json, cli.out(), cli.err())) status = 1;
     }
-  }
-  if (files.empty()) {
-    printUsage(err);
-    return 2;
-  }
-  int status = 0;
-  for (const char* path : files) {
-    if (!showFile(path, asJson, out, err)) status = 1;
-  }
-  out.flush();
-  return status;
+    cli.out().flush();
+    return status;
+  });
+  mime->add_flag("--json", options->json, "One JSON object per file and line");
+  mime->add_option("FILE", options->files, "Message files ('--' before a name that starts with '-')")->required();
+  mime->footer("Exit status: 0 all shown, 1 a file could not be read, 2 usage error.");
 }
-
-int runMimeCommand(int argc, char** argv) { return runMimeCommandTo(argc, argv, std::cout, std::cerr); }
 
 }  // namespace cli
 }  // namespace vorlane

@@ -15,6 +15,11 @@
 //   4  the server program is missing, not executable, or cannot be started
 //   5  the server died, hung, or broke the protocol before the job ended
 //   6  the report was written but cannot be read or copied to --report FILE
+//   7  another scan holds the report lock and --no-wait was given
+//
+// Two scans on one machine would share the fixed report path: the report lock (report_lock.h) is taken
+// before the server starts and held until the report has been read and copied; a second scan waits
+// for it (and says so), or with --no-wait gives up at once.
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/utsname.h>
@@ -31,17 +36,20 @@
 #include <iostream>
 #include <memory>
 #include <string>
+#include <thread>
 
+#include "command_line.h"
 #include "commands.h"
 #include "progress_display.h"
 #include "report_reader.h"
 #include "report_summary.h"
+#include "stat/job_facts.h"
 #include "stat/report_file.h"
+#include "stat/report_lock.h"
+#include "stat/stat_job_client.h"
 #include "stat/vstat_messages.h"
 #include "utils/string_utils.h"
 #include "vcom/message_types.h"
-#include "vcom/msg.h"
-#include "vcom/server_process.h"
 
 namespace vorlane {
 namespace cli {
@@ -51,16 +59,14 @@ namespace {
 enum ExitCode {
   kExitReport = 0,
   kExitFailed = 1,
-  kExitUsage = 2,
   kExitNoStore = 3,
   kExitNoServer = 4,
   kExitServerDied = 5,
   kExitReportUnusable = 6,
+  kExitBusy = 7,
 };
 
-// The server always writes its report here.
-const char kReportPath[] = "/tmp/VStatReport.xml";
-const char kServerName[] = "vstatserver";
+using vstat::kReportPath;
 
 // Defaults for the informational header fields of the report. A report made from the command line is
 // marked as such instead of pretending to come from a mail server release.
@@ -116,37 +122,8 @@ struct ScanOptions {
   unsigned long osCode = kDefaultOsCode;
   bool verbose = false;
   bool histograms = true;
+  bool noWait = false;
 };
-
-void printScanUsage(FILE* out) {
-  std::fprintf(out,
-               "usage: vstat scan STORE_DIR [--server PATH] [--report FILE] [--product-version V]\n"
-               "                  [--build N] [--os-name S] [--os-code N] [--verbose] [--no-histograms]\n"
-               "Scans the message store under STORE_DIR/mail with vstatserver and prints a summary of its\n"
-               "report (%s).\n"
-               "  --server PATH          the server program (default: vstatserver next to vstat)\n"
-               "  --report FILE          also copy the report to FILE (or into FILE, a directory)\n"
-               "  --product-version V    product version written into the report (default \"%s\")\n"
-               "  --build N              build number written into the report (default %lu)\n"
-               "  --os-name S            operating system name (default: uname system and release)\n"
-               "  --os-code N            operating system code (default %lu)\n"
-               "  --verbose              also show the server's debug log records\n"
-               "  --no-histograms        summary without the histogram bars\n"
-               "Ctrl-C stops the scan and reports what was counted; a second Ctrl-C aborts at once.\n"
-               "Exit status: 0 report written, 1 job failed or stopped, 2 usage error, 3 store missing,\n"
-               "4 server program missing, 5 server died or hung, 6 report unreadable or not copied.\n",
-               kReportPath, kDefaultProductVersion, kDefaultBuild, kDefaultOsCode);
-}
-
-bool parseU32(const char* text, unsigned long& value) {
-  if (!text || *text < '0' || *text > '9') return false;
-  errno = 0;
-  char* end = nullptr;
-  const unsigned long long v = std::strtoull(text, &end, 10);
-  if (errno != 0 || *end != '\0' || v > 0xFFFFFFFFull) return false;
-  value = static_cast<unsigned long>(v);
-  return true;
-}
 
 std::string defaultOsName() {
   struct utsname u;
@@ -154,91 +131,9 @@ std::string defaultOsName() {
   return std::string(u.sysname) + " " + u.release;
 }
 
-// Returns kExitReport when the options are usable, else kExitUsage after saying why.
-int parseOptions(int argc, char** argv, ScanOptions& options, bool& helpShown) {
-  helpShown = false;
-  options.osName = defaultOsName();
-  for (int i = 0; i < argc; ++i) {
-    std::string arg = argv[i];
-    if (arg == "--help" || arg == "-h") {
-      printScanUsage(stdout);
-      helpShown = true;
-      return kExitReport;
-    }
-    if (arg == "--verbose" || arg == "-v") {
-      options.verbose = true;
-      continue;
-    }
-    if (arg == "--no-histograms") {
-      options.histograms = false;
-      continue;
-    }
-    if (arg.size() < 2 || arg.compare(0, 2, "--") != 0) {
-      if (arg.size() > 1 && arg[0] == '-') {
-        std::fprintf(stderr, "vstat scan: unknown option '%s'\n", arg.c_str());
-        return kExitUsage;
-      }
-      if (!options.storeDir.empty()) {
-        std::fprintf(stderr, "vstat scan: more than one store directory given ('%s' and '%s')\n",
-                     options.storeDir.c_str(), arg.c_str());
-        return kExitUsage;
-      }
-      options.storeDir = arg;
-      continue;
-    }
-    // --name value or --name=value.
-    std::string name = arg;
-    std::string value;
-    const size_t eq = arg.find('=');
-    if (eq != std::string::npos) {
-      name = arg.substr(0, eq);
-      value = arg.substr(eq + 1);
-    } else if (i + 1 < argc) {
-      value = argv[++i];
-    } else {
-      std::fprintf(stderr, "vstat scan: option '%s' needs a value\n", arg.c_str());
-      return kExitUsage;
-    }
-    // The limits are those of the request's fixed fields, less the terminating NUL.
-    struct TextOption { const char* name; std::string* target; size_t maxLength; };
-    const TextOption texts[] = {{"--server", &options.serverPath, PATH_MAX - 1},
-                                {"--report", &options.reportCopy, PATH_MAX - 1},
-                                {"--product-version", &options.productVersion,
-                                 sizeof(vstat::ProcessStoreReqBuffT().productVersion) - 1},
-                                {"--os-name", &options.osName, sizeof(vstat::ProcessStoreReqBuffT().osName) - 1}};
-    bool known = false;
-    for (const TextOption& t : texts) {
-      if (name != t.name) continue;
-      known = true;
-      if (value.size() > t.maxLength || (value.empty() && (name == "--server" || name == "--report"))) {
-        std::fprintf(stderr, "vstat scan: %s must be 1 to %zu characters long\n", t.name, t.maxLength);
-        return kExitUsage;
-      }
-      *t.target = value;
-    }
-    if (name == "--build" || name == "--os-code") {
-      known = true;
-      if (!parseU32(value.c_str(), name == "--build" ? options.build : options.osCode)) {
-        std::fprintf(stderr, "vstat scan: %s needs a number from 0 to 4294967295, not '%s'\n", name.c_str(),
-                     value.c_str());
-        return kExitUsage;
-      }
-    }
-    if (!known) {
-      std::fprintf(stderr, "vstat scan: unknown option '%s'\n", name.c_str());
-      return kExitUsage;
-    }
-  }
-  if (options.storeDir.empty()) {
-    std::fprintf(stderr, "vstat scan: no store directory given\n");
-    return kExitUsage;
-  }
-  return kExitReport;
-}
-
 // The store is checked before anything is started: the server would only find an empty walk.
 int checkStore(ScanOptions& options) {
-  const std::string mail = options.storeDir + "/mail";
+  const std::string mail = options.storeDir + vstat::kMailRoot;
   struct stat st;
   if (stat(mail.c_str(), &st) != 0) {
     std::fprintf(stderr, "vstat scan: '%s' is not a message store: cannot access '%s': %s\n",
@@ -285,20 +180,16 @@ int checkReportTarget(ScanOptions& options) {
   return kExitReport;
 }
 
-// The server lives next to the vstat program unless --server names it.
+// The server lives next to the vstat program (or in the installed layout) unless --server names it.
 int findServer(ScanOptions& options) {
   if (options.serverPath.empty()) {
-    char self[PATH_MAX];
-    const ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (n <= 0) {
-      std::fprintf(stderr, "vstat scan: cannot find the vstat program's directory (/proc/self/exe): %s; use --server\n",
-                   std::strerror(errno));
+    std::string error;
+    const std::string dir = vstat::StatJobClient::ownDirectory(error);
+    if (dir.empty()) {
+      std::fprintf(stderr, "vstat scan: %s; use --server\n", error.c_str());
       return kExitNoServer;
     }
-    self[n] = '\0';
-    std::string dir(self);
-    dir.erase(dir.rfind('/') + 1);
-    options.serverPath = dir + kServerName;
+    options.serverPath = vstat::StatJobClient::locateServer(dir);
   }
   const char* path = options.serverPath.c_str();
   struct stat st;
@@ -342,27 +233,13 @@ vstat::ProcessStoreReqBuffT buildRequest(const ScanOptions& options) {
   return request;
 }
 
-// A text field of a received payload, bounded by its width even when the sender left out the NUL.
-std::string payloadText(const vcom::Msg& msg, size_t offset, size_t width) {
-  const size_t available = msg.payloadSize();
-  if (offset >= available) return std::string();
-  const char* start = msg.payload() + offset;
-  const size_t limit = std::min(width, available - offset);
-  size_t n = 0;
-  while (n < limit && start[n] != '\0') ++n;
-  return std::string(start, n);
-}
-
-uint32_t payloadU32(const vcom::Msg& msg, size_t offset) {
-  return msg.payloadSize() >= offset + 4 ? vcom::getU32(msg.payload() + offset) : 0;
-}
-
 struct JobOutcome {
   bool finished = false;       // the final progress event arrived
   bool reportWritten = false;  // and it said the report file was written
   bool stopRequested = false;
   unsigned long processed = 0;
   unsigned long mailboxes = 0;
+  std::string lastError;  // the text of the server's last error record
 };
 
 class ScanRun {
@@ -371,14 +248,19 @@ class ScanRun {
       : options_(options), display_(std::cout, isatty(STDOUT_FILENO) == 1, terminalWidth(STDOUT_FILENO)) {}
 
   int run() {
-    if (!server_.start(options_.serverPath)) {
+    const int locked = lockReport();
+    if (locked != kExitReport) return locked;
+    // The server we start must not wait for the lock we hold.
+    setenv(vstat::kReportLockHeldVariable, "1", 1);
+    const bool started = server_.start(options_.serverPath);
+    unsetenv(vstat::kReportLockHeldVariable);
+    if (!started) {
       std::fprintf(stderr, "vstat scan: cannot start the server: %s\n", server_.lastError().c_str());
       return kExitNoServer;
     }
-    char wire[vstat::kProcessStoreReqWireSize];
-    vstat::encodeProcessStoreRequest(buildRequest(options_), wire);
-    seq_ = server_.sendRequest(vstat::ProcessStore, wire, sizeof wire, kSendTimeoutMs);
-    if (seq_ == 0) return serverGone("could not send the scan request: " + server_.lastError());
+    if (!server_.startJob(buildRequest(options_), kSendTimeoutMs)) {
+      return serverGone("could not send the scan request: " + server_.lastError());
+    }
 
     const int status = receiveLoop();
     if (status != kExitReport) return status;
@@ -391,9 +273,9 @@ class ScanRun {
     for (;;) {
       const int interrupts = g_interrupts.load();
       if (interrupts >= 2) {
-        server_.kill(SIGKILL);
+        server_.kill();
         vcom::ChildExit e;
-        server_.waitExit(kExitWaitMs, &e);
+        server_.finish(kExitWaitMs, e);
         display_.finish("");
         std::fprintf(stderr, "vstat scan: aborted; the server was killed and no report was made\n");
         return kExitFailed;
@@ -401,18 +283,18 @@ class ScanRun {
       if (interrupts == 1 && !outcome_.stopRequested) {
         outcome_.stopRequested = true;
         display_.note("Stopping: the server reports what it has counted so far (Ctrl-C again to abort).");
-        if (server_.sendRequest(vstat::StopProcessing, nullptr, 0, kSendTimeoutMs) == 0) {
+        if (!server_.requestStop(kSendTimeoutMs)) {
           return serverGone("could not send the stop request: " + server_.lastError());
         }
       }
 
-      vcom::MsgPtr msg;
-      const vcom::ServerProcess::Result r = server_.receive(msg, kPollMs);
+      vstat::JobMessage msg;
+      const vcom::ServerProcess::Result r = server_.next(msg, kPollMs);
       const auto now = std::chrono::steady_clock::now();
       if (r == vcom::ServerProcess::kTimeout) {
         display_.tick();
         if (std::chrono::duration<double>(now - lastHeard).count() > kSilenceLimitSeconds) {
-          server_.kill(SIGKILL);
+          server_.kill();
           return serverGone("the server sent nothing for " + std::to_string(static_cast<int>(kSilenceLimitSeconds)) +
                             " s (not even a heartbeat) and was killed");
         }
@@ -420,85 +302,100 @@ class ScanRun {
       }
       if (r == vcom::ServerProcess::kClosed) return serverGone("its output ended");
       if (r == vcom::ServerProcess::kError) {
-        server_.kill(SIGKILL);
+        server_.kill();
         return serverGone("protocol error from the server: " + server_.lastError());
       }
       lastHeard = now;
-      const int status = handle(*msg);
+      const int status = handle(msg);
       if (status >= 0) return status;
       if (outcome_.finished) return kExitReport;
     }
   }
 
+  // Takes the report lock, waiting for another scan unless --no-wait; kExitReport once it is ours (or
+  // cannot be had at all, which only costs the protection).
+  int lockReport() {
+    std::string error;
+    ReportLock::Result result = lock_.tryAcquire(error);
+    if (result == ReportLock::Busy) {
+      if (options_.noWait) {
+        std::fprintf(stderr, "vstat scan: another scan is running (%s is locked); not waiting (--no-wait)\n",
+                     vstat::kReportLockPath);
+        return kExitBusy;
+      }
+      display_.note("waiting for another scan to finish");
+      while ((result = lock_.tryAcquire(error)) == ReportLock::Busy) {
+        if (g_interrupts.load() > 0) {
+          display_.finish("");
+          std::fprintf(stderr, "vstat scan: interrupted while waiting for another scan; nothing was scanned\n");
+          return kExitFailed;
+        }
+        display_.tick();
+        std::this_thread::sleep_for(std::chrono::milliseconds(ReportLock::kPollMs));
+      }
+    }
+    if (result == ReportLock::Failed) display_.note("warning: " + error + "; scanning without the report lock");
+    return kExitReport;
+  }
+
   // Returns an exit status when the job is over with an error, -1 to go on.
-  int handle(const vcom::Msg& msg) {
-    switch (msg.type) {
-      case vstat::ProgressAsync: {
-        vstat::EventBuffT ev;
-        // A short event cannot come from our server; it is skipped rather than half read.
-        if (!vstat::decodeEvent(msg.payload(), msg.payloadSize(), ev)) return -1;
+  int handle(const vstat::JobMessage& msg) {
+    switch (msg.kind) {
+      case vstat::JobMessage::Progress: {
         ProgressEvent e;
-        e.domain = ev.dom;
-        e.mailbox = ev.mbox;
-        e.processed = ev.processed;
-        e.mailboxes = ev.mailboxes;
+        e.domain = msg.event.dom;
+        e.mailbox = msg.event.mbox;
+        e.processed = msg.event.processed;
+        e.mailboxes = msg.event.mailboxes;
         outcome_.processed = e.processed;
         outcome_.mailboxes = e.mailboxes;
-        if (ev.run == 0) {
+        if (msg.event.run == 0) {
           outcome_.finished = true;
-          outcome_.reportWritten = ev.done != 0;
+          outcome_.reportWritten = msg.event.done != 0;
         }
         display_.update(e);
         return -1;
       }
-      case vstat::ProcessStoreResp:
-        if (msg.seq == seq_ && payloadU32(msg, 0) == 0) {
-          display_.finish("");
-          std::fprintf(stderr, "vstat scan: the server did not start the job (a job is already running there)\n");
-          return kExitFailed;
-        }
-        return -1;
-      case vcom::GenericResp: {
-        const int32_t code = static_cast<int32_t>(payloadU32(msg, vcom::kGenericTextLen));
-        if (msg.seq != seq_ || code == vcom::kRespOk) return -1;
+      case vstat::JobMessage::Answer:
+        if (msg.started) return -1;
         display_.finish("");
-        const std::string text = payloadText(msg, 0, vcom::kGenericTextLen);
-        if (code == vcom::kRespUnknownRequest) {
+        std::fprintf(stderr, "vstat scan: the server did not start the job (a job is already running there)\n");
+        return kExitFailed;
+      case vstat::JobMessage::Refused:
+        display_.finish("");
+        if (msg.code == vcom::kRespUnknownRequest) {
           std::fprintf(stderr, "vstat scan: the server at '%s' does not run store scans (\"%s\", code %d)\n",
-                       options_.serverPath.c_str(), text.c_str(), code);
+                       options_.serverPath.c_str(), msg.text.c_str(), msg.code);
         } else {
-          std::fprintf(stderr, "vstat scan: the server refused the scan request: \"%s\" (code %d)\n", text.c_str(),
-                       code);
+          std::fprintf(stderr, "vstat scan: the server refused the scan request: \"%s\" (code %d)\n",
+                       msg.text.c_str(), msg.code);
         }
         return kExitFailed;
-      }
-      case vcom::LogWrn:
-        display_.note("server warning: " + payloadText(msg, 0, vcom::kLogTextLen));
+      case vstat::JobMessage::Log:
+        if (msg.logType == vcom::LogErr) {
+          outcome_.lastError = msg.text;
+          display_.note("server error: " + msg.text);
+        } else if (msg.logType == vcom::LogWrn) {
+          display_.note("server warning: " + msg.text);
+        } else if (options_.verbose) {
+          display_.note("server: " + msg.text);
+        }
         return -1;
-      case vcom::LogErr: {
-        // The code of an error record is in the sender's byte order; the text is what people read.
-        display_.note("server error: " + payloadText(msg, 4, vcom::kLogTextLen));
-        return -1;
-      }
-      case vcom::LogDbg:
-        if (options_.verbose) display_.note("server: " + payloadText(msg, 0, vcom::kLogTextLen));
-        return -1;
-      default:
+      case vstat::JobMessage::Other:
         // Heartbeats, the stop acknowledgement and anything newer carry nothing to show.
         return -1;
     }
+    return -1;
   }
 
   // The server ended (or broke the protocol) before its final event.
   int serverGone(const std::string& what) {
     display_.finish("");
-    server_.closeWriteEnd();
     vcom::ChildExit e;
-    if (server_.waitExit(kExitWaitMs, &e)) {
+    if (server_.finish(kExitWaitMs, e)) {
       std::fprintf(stderr, "vstat scan: the server ended with %s before the job was done (%s)\n",
                    describeExit(e).c_str(), what.c_str());
     } else {
-      server_.kill(SIGKILL);
       std::fprintf(stderr, "vstat scan: %s; the server did not end and was killed\n", what.c_str());
     }
     return kExitServerDied;
@@ -507,10 +404,8 @@ class ScanRun {
   int finish() {
     // The server ends by itself right after its final event; its status only matters when odd.
     vcom::ChildExit e;
-    if (server_.waitExit(kExitWaitMs, &e)) {
-      if (!e.exited || e.code != 0) display_.note("note: the server ended with " + describeExit(e));
-    } else {
-      server_.kill(SIGKILL);
+    if (server_.finish(kExitWaitMs, e) && (!e.exited || e.code != 0)) {
+      display_.note("note: the server ended with " + describeExit(e));
     }
     char closing[160];
     std::snprintf(closing, sizeof closing, "%s %lu of %lu mailboxes in %s.",
@@ -518,14 +413,16 @@ class ScanRun {
                   formatElapsed(display_.elapsedSeconds()).c_str());
     display_.finish(closing);
     if (!outcome_.reportWritten) {
-      std::fprintf(stderr, "vstat scan: the job ended without writing a report\n");
+      // The server's last error record says why (the report path blocked, the directory full, ...).
+      std::fprintf(stderr, "vstat scan: the job ended without writing a report%s%s\n",
+                   outcome_.lastError.empty() ? "" : ": ", outcome_.lastError.c_str());
       return kExitFailed;
     }
 
     int status = outcome_.stopRequested ? kExitFailed : kExitReport;
     // Read once: the summary and the copy come from the same text, whatever happens to the file later.
     std::string text;
-    ReportSummary report;
+    Report report;
     std::string error;
     if (!readReportText(kReportPath, text, error) || !parseReport(text, report, error)) {
       std::fprintf(stderr, "vstat scan: %s: %s\n", kReportPath, error.c_str());
@@ -550,24 +447,14 @@ class ScanRun {
   }
 
   const ScanOptions& options_;
-  vcom::ServerProcess server_;
+  ReportLock lock_{vstat::kReportLockPath};  // held until the report has been read and copied
+  vstat::StatJobClient server_;
   ProgressDisplay display_;
-  uint32_t seq_ = 0;
   JobOutcome outcome_;
 };
 
-}  // namespace
-
-int runScanCommand(int argc, char** argv) {
-  ScanOptions options;
-  bool helpShown = false;
-  int status = parseOptions(argc, argv, options, helpShown);
-  if (helpShown) return kExitReport;
-  if (status != kExitReport) {
-    std::fprintf(stderr, "Run 'vstat scan --help' for the options.\n");
-    return status;
-  }
-  status = checkStore(options);
+int runScan(ScanOptions& options) {
+  int status = checkStore(options);
   if (status != kExitReport) return status;
   status = checkReportTarget(options);
   if (status != kExitReport) return status;
@@ -577,6 +464,44 @@ int runScanCommand(int argc, char** argv) {
   InterruptGuard interrupts;
   ScanRun run(options);
   return run.run();
+}
+
+}  // namespace
+
+void addScanCommand(CommandLine& cli) {
+  auto options = std::make_shared<ScanOptions>();
+  options->osName = defaultOsName();
+  CLI::App* scan = cli.addCommand("scan", "Scan a message store with vstatserver and summarise its report",
+                                  [options] { return runScan(*options); });
+  const vstat::ProcessStoreReqBuffT request{};
+  scan->add_option("STORE_DIR", options->storeDir, "The store; its messages are under STORE_DIR/mail")->required();
+  scan->add_option("--server", options->serverPath, "The server program (default: vstatserver next to vstat)")
+      ->check(textOfLength(PATH_MAX - 1))
+      ->type_name("PATH");
+  scan->add_option("--report", options->reportCopy, "Also copy the report to FILE (or into FILE, a directory)")
+      ->check(textOfLength(PATH_MAX - 1))
+      ->type_name("FILE");
+  // The limits are those of the request's fixed fields, less the terminating NUL.
+  scan->add_option("--product-version", options->productVersion, "Product version written into the report")
+      ->check(textOfLength(sizeof request.productVersion - 1, true))
+      ->capture_default_str();
+  scan->add_option("--build", options->build, "Build number written into the report")
+      ->check(numberUpTo(0xFFFFFFFFul))
+      ->capture_default_str();
+  scan->add_option("--os-name", options->osName, "Operating system name (default: uname system and release)")
+      ->check(textOfLength(sizeof request.osName - 1, true));
+  scan->add_option("--os-code", options->osCode, "Operating system code written into the report")
+      ->check(numberUpTo(0xFFFFFFFFul))
+      ->capture_default_str();
+  scan->add_flag("-v,--verbose", options->verbose, "Also show the server's debug log records");
+  scan->add_flag_callback("--no-histograms", [options] { options->histograms = false; },
+                          "Summary without the histogram bars");
+  scan->add_flag("--no-wait", options->noWait, "Fail at once when another scan is running, instead of waiting");
+  scan->footer(std::string("The server writes its report to ") + kReportPath +
+               ". Ctrl-C stops the scan and reports what was counted; a second Ctrl-C aborts at once.\n"
+               "Exit status: 0 report written, 1 job failed or stopped, 2 usage error, 3 store missing,\n"
+               "4 server program missing, 5 server died or hung, 6 report unreadable or not copied,\n"
+               "7 another scan is running (--no-wait).");
 }
 
 }  // namespace cli

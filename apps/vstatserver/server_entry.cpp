@@ -12,7 +12,9 @@
 #include <memory>
 #include <string>
 
+#include "stat/scan_settings.h"
 #include "stat/vstat_server.h"
+#include "utils/idle_priority.h"
 #include "vcom/exit_deadline.h"
 #include "vcom/line_text.h"
 
@@ -93,6 +95,11 @@ std::string joinArguments(int argc, char** argv) {
 int run(const char* cmdLine) {
   signal(SIGPIPE, SIG_IGN);
   DebugStream debug;
+  // Before any thread starts, so that every thread of the server inherits the lower priorities.
+  std::string error;
+  if (scanSettingsFromEnvironment().gentle && !vorlane::utils::enterIdlePriority(error) && debug.get()) {
+    fprintf(debug.get(), "vstatserver: gentle mode: %s\n", error.c_str());
+  }
   std::unique_ptr<VStatServer> server(new VStatServer(cmdLine, debug.get()));
   if (!server->init()) return -1;
   server->run();

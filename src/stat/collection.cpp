@@ -45,8 +45,6 @@ void Collection::addValue(const Counter::Type& type, unsigned long long value) {
   if (it != counters.end()) it->second->add(value);
 }
 
-Collection::FolderType Collection::getFolderTypeByName(const std::string&) { return AnyFolderType; }
-
 bool Collection::matchPublicType(const std::string& domain, const std::string& user) const {
   if (publicType == AnyPublicType) return true;
   const int32_t isPublic = (domain == publicMarker || user == publicMarker) ? PublicFolders : UserFolders;

@@ -53,9 +53,6 @@ class Collection : private boost::noncopyable {
   // how one aggregation call reaches only the collections that measure that thing.
   void addValue(const Counter::Type& type, unsigned long long value);
 
-  // Folder types come from the folder's status file; a name alone never tells them.
-  static FolderType getFolderTypeByName(const std::string& name);
-
   bool matchPublicType(const std::string& domain, const std::string& user) const;
   bool matchFolder(const std::string& domain, const std::string& user, const std::string& folder,
                    FolderType type) const;

@@ -1,8 +1,15 @@
 #include "stat/folder_files.h"
 
+#include <fcntl.h>
+#include <sys/stat.h>
+
 #include <cctype>
 #include <cstdint>
 #include <cstdlib>
+
+#include "utils/vfile.h"
+
+using vorlane::utils::VFile;
 
 namespace {
 
@@ -38,6 +45,18 @@ char* skipToken(char* p) {
   return p;
 }
 
+// A FIFO (or a link to one, or to /proc/self/fd/N) would block an ordinary open or read for ever:
+// the file is opened without blocking and kept only when it is a regular file.
+FolderFileRead openFolderFile(const std::string& path, VFile& file) {
+  if (!file.doOpenAt(AT_FDCWD, path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY)) return FolderFileRead::Missing;
+  struct stat info;
+  if (::fstat(file.fd(), &info) != 0 || !S_ISREG(info.st_mode)) {
+    file.close();
+    return FolderFileRead::NotRegular;
+  }
+  return FolderFileRead::Read;
+}
+
 }  // namespace
 
 void parseStatusLine(const char* line, FolderStatus& status) {
@@ -47,19 +66,20 @@ void parseStatusLine(const char* line, FolderStatus& status) {
       break;
     case 'M':
       // Sign-extended on purpose: "M-1" is a total with all bits set.
-      status.firstTotal = static_cast<unsigned long long>(static_cast<long long>(strtol32(line + 1)));
+      status.messageCount = static_cast<unsigned long long>(static_cast<long long>(strtol32(line + 1)));
       break;
     case 'S':
-      status.secondTotal = static_cast<unsigned long long>(static_cast<long long>(strtol32(line + 1)));
+      status.folderSize = static_cast<unsigned long long>(static_cast<long long>(strtol32(line + 1)));
       break;
     default:
       break;
   }
 }
 
-void parseIndexLine(char* line, unsigned long long& size, std::string& messageClass) {
-  size = 0;
-  messageClass = "IPM.Note";
+void parseIndexLine(char* line, IndexEntry& entry) {
+  entry = IndexEntry();
+  unsigned long long& size = entry.size;
+  std::string& messageClass = entry.messageClass;
   char* p = line;
   while (*p != '\0') {
     // The first character is the key even when it is white space: such a line loses its first token.
@@ -75,4 +95,26 @@ void parseIndexLine(char* line, unsigned long long& size, std::string& messageCl
     }
     while (isSpace(*p)) ++p;
   }
+}
+
+FolderFileRead readFolderStatus(const std::string& folderPath, FolderStatus& status) {
+  VFile file;
+  const FolderFileRead opened = openFolderFile(folderPath + "/status.fld", file);
+  if (opened != FolderFileRead::Read) return opened;
+  char line[kStoreLineBufferSize];
+  while (file.gets(line, sizeof line, true) > 0) parseStatusLine(line, status);
+  return opened;
+}
+
+FolderFileRead readFolderIndex(const std::string& path, const std::function<void(const IndexEntry&)>& entry) {
+  VFile file;
+  const FolderFileRead opened = openFolderFile(path, file);
+  if (opened != FolderFileRead::Read) return opened;
+  char line[kStoreLineBufferSize];
+  IndexEntry parsed;
+  while (file.gets(line, sizeof line, true) > 0) {
+    parseIndexLine(line, parsed);
+    entry(parsed);
+  }
+  return opened;
 }

@@ -29,5 +29,4 @@ class HistogramCounter : public Counter {
 
  private:
   std::vector<HistogramItem> items;
-  std::string text;  // kept empty: part of the layout, read and written by no operation
 };

@@ -1,9 +1,10 @@
-// What a statistics job needs from whoever runs it: a way to send progress events and error lines, and
-// the stop request to poll. The server implements it over the protocol; tests implement it in memory.
-// isStopRequested is called from the job's thread while another thread may set the request, so
-// implementations answer from an atomic flag.
+// What a statistics job needs from whoever runs it: a way to send progress events and error lines,
+// and the stop flag. The server implements the sending over the protocol; tests implement it in memory.
+// The job calls the senders on its own thread only. stopRequested may be set from any thread; the job
+// polls it and unwinds. The channel must outlive the job.
 #pragma once
 
+#include <atomic>
 #include <string>
 
 #include "stat/vstat_messages.h"
@@ -15,5 +16,9 @@ class JobChannel {
   virtual int sendProgressMsg(vorlane::vstat::EventBuffT& ev) = 0;
   // Reports one error or log line of the job.
   virtual void sendErrMsg(const std::string& text) = 0;
-  virtual bool isStopRequested() const = 0;
+  // Tells the requester why the job failed to produce its result (the report could not be written),
+  // so that it can say so without a debug log.
+  virtual void reportFailure(const std::string& text) = 0;
+
+  std::atomic<bool> stopRequested{false};
 };

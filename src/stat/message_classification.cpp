@@ -10,7 +10,7 @@ unsigned long long signExtended(uint32_t count) {
   return static_cast<unsigned long long>(static_cast<long long>(static_cast<int32_t>(count)));
 }
 
-void classifyAlternative(const mail_struct* alternative, MessageClassification& result) {
+void classifyAlternative(const mail_struct* alternative, MessageFacts& result) {
   // A later body of the same kind overwrites an earlier one.
   for (const mail_struct* child = alternative->first_child; child; child = child->next_sibling) {
     if (child->is("text", "plain")) {
@@ -25,8 +25,8 @@ void classifyAlternative(const mail_struct* alternative, MessageClassification& 
 
 }  // namespace
 
-MessageClassification classifyMessage(const mail_struct* tree) {
-  MessageClassification result;
+MessageFacts classifyMessage(const mail_struct* tree) {
+  MessageFacts result;
   if (!tree) return result;
   result.headerSize = signExtended(tree->header_bytes);
 

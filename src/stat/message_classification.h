@@ -7,15 +7,8 @@
 #pragma once
 
 #include "mime/mail_struct.h"
+#include "stat/message_facts.h"
 
-struct MessageClassification {
-  unsigned long long headerSize = 0;
-  unsigned long long plainTextSize = 0;
-  unsigned long long htmlSize = 0;
-  unsigned long long rtfSize = 0;
-  bool isSigned = false;
-  bool isEncrypted = false;
-};
-
-// A null tree (the parser gave up) classifies as all zero.
-MessageClassification classifyMessage(const vorlane::mime::mail_struct* tree);
+// Fills the header and body sizes and the markers; size and class stay empty. A null tree (the parser
+// gave up) classifies as all zero.
+MessageFacts classifyMessage(const vorlane::mime::mail_struct* tree);

@@ -1,33 +1,49 @@
 #include "stat/report_file.h"
 
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <stdlib.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
 
 namespace {
 
-// Bounded: another process that keeps winning the name race cannot keep us looping.
-const int kMaxNameAttempts = 100;
-
 std::string describe(const char* what, const std::string& path, int error) {
   return std::string(what) + " " + path + ": " + std::strerror(error);
 }
 
-// Opens a new file next to `path` with O_EXCL, so an existing file or link is never reused; mode 0666
-// lets the umask decide the permissions, exactly as for a plain create.
-int createTemporary(const std::string& path, std::string& tempPath) {
-  static std::atomic<unsigned> sequence{0};
-  for (int attempt = 0; attempt < kMaxNameAttempts; ++attempt) {
-    tempPath = path + ".tmp." + std::to_string(getpid()) + "." + std::to_string(sequence++);
-    int fd = ::open(tempPath.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC | O_NOFOLLOW, 0666);
-    if (fd >= 0 || errno != EEXIST) return fd;
+// The process umask, read without changing it (umask() would race with other threads creating files).
+// Unknown: 077, so the file stays private.
+mode_t currentUmask() {
+  std::FILE* status = std::fopen("/proc/self/status", "re");
+  if (!status) return 077;
+  unsigned mask = 077;
+  char line[128];
+  while (std::fgets(line, sizeof line, status)) {
+    if (std::sscanf(line, "Umask: %o", &mask) == 1) break;
   }
-  errno = EEXIST;
-  return -1;
+  std::fclose(status);
+  return static_cast<mode_t>(mask & 0777);
+}
+
+// Creates a new file under an unpredictable name next to `path` (mkstemp: exclusive, never an existing
+// file or link), then gives it the permissions a plain create would have had under the umask.
+int createTemporary(const std::string& path, std::string& tempPath) {
+  std::string pattern = path + ".XXXXXX";
+  const int fd = ::mkostemp(&pattern[0], O_CLOEXEC);
+  if (fd < 0) return -1;
+  tempPath = pattern;
+  if (::fchmod(fd, 0666 & ~currentUmask()) != 0) {
+    const int savedErrno = errno;
+    ::close(fd);
+    ::unlink(tempPath.c_str());
+    errno = savedErrno;
+    return -1;
+  }
+  return fd;
 }
 
 bool writeAll(int fd, const std::string& text) {

@@ -48,7 +48,6 @@ void Statistic::addMessageCollection(const CollectionPtr& collection) { messageC
 
 void Statistic::purge() {
   messageCollections.clear();
-  spareCollections.clear();
 }
 
 void Statistic::addDomainInfo() {
@@ -70,37 +69,35 @@ void Statistic::addFolderInfo(const std::string& domain, const std::string& user
   }
 }
 
-void Statistic::addMessageInfo(const std::string& domain, const std::string& user, const std::string& folder,
-                               Collection::FolderType type, const std::string& messageClass,
-                               unsigned long long size, unsigned long long headerSize,
-                               unsigned long long plainTextSize, unsigned long long htmlSize,
-                               unsigned long long rtfSize, bool isSigned, bool isEncrypted) {
+void Statistic::addMessageInfo(const MessageFolder& folder, const MessageFacts& message) {
   // Facts that do not depend on the collection are worked out once per message.
   Counter::Type combination = Counter::MessageCount;
-  const bool hasCombination = bodyCombination(plainTextSize != 0, htmlSize != 0, rtfSize != 0, combination);
-  const bool isDistributionList = messageClass == kDistributionListClass;
-  const int32_t attachment = attachmentSize(size, headerSize, plainTextSize, htmlSize, rtfSize);
+  const bool hasCombination =
+      bodyCombination(message.plainTextSize != 0, message.htmlSize != 0, message.rtfSize != 0, combination);
+  const bool isDistributionList = message.messageClass == kDistributionListClass;
+  const int32_t attachment =
+      attachmentSize(message.size, message.headerSize, message.plainTextSize, message.htmlSize, message.rtfSize);
 
   for (const CollectionPtr& collection : messageCollections) {
-    if (!collection->matchFolder(domain, user, folder, type)) continue;
+    if (!collection->matchFolder(folder.domain, folder.user, folder.folder, folder.type)) continue;
     Collection& c = *collection;
     c.addValue(Counter::MessageCount, 1);
-    c.addValue(Counter::MessageSize, size);
-    c.addValue(Counter::MessageHeaderSize, headerSize);
-    if (plainTextSize != 0) c.addValue(Counter::PlainTextBodySize, plainTextSize);
-    if (htmlSize != 0) c.addValue(Counter::HtmlBodySize, htmlSize);
-    if (rtfSize != 0) c.addValue(Counter::RtfBodySize, rtfSize);
+    c.addValue(Counter::MessageSize, message.size);
+    c.addValue(Counter::MessageHeaderSize, message.headerSize);
+    if (message.plainTextSize != 0) c.addValue(Counter::PlainTextBodySize, message.plainTextSize);
+    if (message.htmlSize != 0) c.addValue(Counter::HtmlBodySize, message.htmlSize);
+    if (message.rtfSize != 0) c.addValue(Counter::RtfBodySize, message.rtfSize);
     if (hasCombination) c.addValue(combination, 1);
     if (isDistributionList) c.addValue(Counter::DistributionListCount, 1);
     if (attachment > kAttachmentThreshold)
       c.addValue(Counter::AttachmentSize, static_cast<unsigned long long>(attachment));
-    if (isSigned) {
+    if (message.isSigned) {
       c.addValue(Counter::SignedMessageCount, 1);
-      c.addValue(Counter::SignedMessageSize, size);
+      c.addValue(Counter::SignedMessageSize, message.size);
     }
-    if (isEncrypted) {
+    if (message.isEncrypted) {
       c.addValue(Counter::EncryptedMessageCount, 1);
-      c.addValue(Counter::EncryptedMessageSize, size);
+      c.addValue(Counter::EncryptedMessageSize, message.size);
     }
   }
 }

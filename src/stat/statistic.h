@@ -12,6 +12,7 @@
 #include <boost/shared_ptr.hpp>
 
 #include "stat/collection.h"
+#include "stat/message_facts.h"
 #include "stat/vstat_messages.h"
 
 class Statistic : private boost::noncopyable {
@@ -29,11 +30,15 @@ class Statistic : private boost::noncopyable {
   // One folder was found. Ignored without a user, and without a folder name except at the public root.
   void addFolderInfo(const std::string& domain, const std::string& user, const std::string& folder,
                      Collection::FolderType type, unsigned long long folderSize, unsigned long long messageCount);
-  // One message was parsed; sizes in bytes, a body of size 0 does not exist.
-  void addMessageInfo(const std::string& domain, const std::string& user, const std::string& folder,
-                      Collection::FolderType type, const std::string& messageClass, unsigned long long size,
-                      unsigned long long headerSize, unsigned long long plainTextSize, unsigned long long htmlSize,
-                      unsigned long long rtfSize, bool isSigned, bool isEncrypted);
+  // The folder a message lies in, as the walk names it.
+  struct MessageFolder {
+    const std::string& domain;
+    const std::string& user;
+    const std::string& folder;
+    Collection::FolderType type;
+  };
+  // One message was read from its file or from an index line.
+  void addMessageInfo(const MessageFolder& folder, const MessageFacts& message);
   // Bracket the walk of one user's folders (the public tree counts as one user). Only the public
   // type is tested, so a user without a matching folder still adds a sample of 0.
   void resetUserCounters(const std::string& domain, const std::string& user);
@@ -45,5 +50,4 @@ class Statistic : private boost::noncopyable {
 
  private:
   std::vector<CollectionPtr> messageCollections;
-  std::vector<CollectionPtr> spareCollections;  // nothing fills it; purge() clears it with the rest
 };

@@ -4,13 +4,23 @@
 #include <time.h>
 #include <unistd.h>
 
-#include "stat/store_target.h"
+#include <cstdlib>
+
+#include "stat/job_facts.h"
+#include "stat/statistics_job.h"
 #include "tiny/thread.h"
 #include "vcom/message_types.h"
 #include "vcom/msg.h"
 
 using vorlane::vcom::Msg;
 using vorlane::vstat::EventBuffT;
+
+namespace {
+
+// The code of the error log record that tells the client why its job produced no report.
+const int kJobFailureCode = 1;
+
+}  // namespace
 
 VStatServer::VStatServer(const char* cmdLine, FILE* debug) : ServerDispatcher(cmdLine) {
   enableDispatcherDebug(debug);
@@ -58,6 +68,8 @@ void VStatServer::sendErrMsg(const std::string& text) {
   dbgPrint("%s%s", text.c_str(), hasEnd ? "" : "\n");
 }
 
+void VStatServer::reportFailure(const std::string& text) { logErr(kJobFailureCode, "%s", text.c_str()); }
+
 namespace {
 
 // How long the ending job waits for its last events to reach the pipe before the process ends anyway
@@ -80,7 +92,7 @@ int VStatServer::processStore(Msg* req) {
   uint32_t started = 1;
   {
     vorlane::tiny::VMutexGuard guard(&jobMutex);
-    stopRequested = false;
+    channel.stopRequested = false;
     if (counterThreadHandle != 0) {
       started = 0;  // one job at a time; the running one is left alone
     } else {
@@ -108,7 +120,7 @@ int VStatServer::stopProcessing(Msg* req) {
 
 void VStatServer::stopJob(long timeoutMs) {
   vorlane::tiny::VMutexGuard guard(&jobMutex);
-  stopRequested = true;
+  channel.stopRequested = true;
   if (counterThreadHandle == 0) return;
   if (timeoutMs < 0) {
     vorlane::tiny::waitForThread(counterThreadHandle);
@@ -137,12 +149,10 @@ void VStatServer::queueStatResponse(const Msg* req, uint32_t type, uint32_t valu
 
 void VStatServer::counterThread(void* serverArg) {
   VStatServer* server = static_cast<VStatServer*>(serverArg);
-  {
-    StoreTarget target(server);
-    target.setRoot(std::string(server->request.storeDir) + "/mail");
-    target.setRequest(server->request);
-    target.countStatistic();
-  }
+  StatisticsJob job(server->request, server->channel, vorlane::vstat::kReportPath);
+  // A client that started us for its scan holds the report lock already.
+  if (!std::getenv(vorlane::vstat::kReportLockHeldVariable)) job.takeReportLock(vorlane::vstat::kReportLockPath);
+  job.run();
   // One process serves one run. The last events must reach the parent before the process ends; the
   // other threads are still running, so the process ends without running static destructors under them.
   server->waitUntilSent(kFinalSendTimeoutMs);

@@ -1,4 +1,4 @@
-// vstat scan through runScanCommand: argument errors, store and server checks, and the conversation
+// vstat scan through the program's parser: argument errors, store and server checks, and the conversation
 // with a server that misbehaves in scripted ways. The scripted server is this test program itself:
 // started by the scan with VSTAT_TEST_FAKE_SERVER in its environment, it plays the scripted part on
 // the two pipe descriptors of its command line before main() and ends. It never writes the report
@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iostream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -72,6 +73,13 @@ class FakeServer {
     send(vstat::ProgressAsync, 0, payload, sizeof payload);
   }
 
+  // An error log record: the code comes before the text.
+  void sendErrorRecord(const char* text) {
+    std::vector<char> payload(4 + vcom::kLogTextLen, '\0');
+    std::strncpy(payload.data() + 4, text, vcom::kLogTextLen - 1);
+    send(vcom::LogErr, 0, payload.data(), payload.size());
+  }
+
   // A header announcing 8 bytes, less than itself.
   void sendSizeEight() {
     const char header[vcom::Msg::kHeaderSize] = {0, 0, 0, 0, 0, 0, 0, 8};
@@ -110,6 +118,7 @@ int playScript(const std::string& script, FakeServer& server) {
   if (script == "noreport") {
     server.sendText(vcom::LogWrn, 0, "folder INBOX unreadable", vcom::kLogTextLen, 0);
     server.sendText(vcom::LogDbg, 0, "debug chatter", vcom::kLogTextLen, 0);
+    server.sendErrorRecord("no report written: /tmp/x is a directory");
     server.sendEvent("b.org", "mary", 3, 3, 1);
     server.sendEvent("", "", 3, 3, 0);
     return 0;
@@ -152,13 +161,14 @@ struct ScanResult {
 };
 
 ScanResult scan(std::vector<std::string> args) {
+  args.insert(args.begin(), {"vstat", "scan"});
   std::vector<char*> argv;
   for (std::string& a : args) argv.push_back(&a[0]);
   argv.push_back(nullptr);
   ::testing::internal::CaptureStdout();
   ::testing::internal::CaptureStderr();
   ScanResult r;
-  r.status = runScanCommand(static_cast<int>(args.size()), argv.data());
+  r.status = runVstat(static_cast<int>(args.size()), argv.data(), std::cout, std::cerr);
   r.out = ::testing::internal::GetCapturedStdout();
   r.err = ::testing::internal::GetCapturedStderr();
   return r;
@@ -272,7 +282,8 @@ TEST_F(ScanCommandTest, ProgressAndWarningsAreShownUntilTheFinalEvent) {
   EXPECT_LT(warning, mary) << r.out;
   EXPECT_EQ(r.out.find("debug chatter"), std::string::npos) << r.out;
   EXPECT_NE(r.out.find("Scanned 3 of 3 mailboxes"), std::string::npos) << r.out;
-  EXPECT_NE(r.err.find("without writing a report"), std::string::npos) << r.err;
+  EXPECT_NE(r.err.find("without writing a report: no report written: /tmp/x is a directory"), std::string::npos)
+      << r.err;
 }
 
 // The scripted server interrupts the scan itself (SIGINT to its parent) and only ends the job when a

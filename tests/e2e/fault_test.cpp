@@ -4,7 +4,7 @@
 // directory or planted with a symbolic link. Whatever happens, the process must end by itself, with
 // status 0 and not by a signal, and a job that runs to its end must send its final progress event.
 //
-// Stores are built in a private temporary directory. The tests replace "/tmp/VStatReport.xml", so the
+// Stores are built in a private temporary directory. The tests replace the fixed report path, so the
 // binary holds a CTest resource lock on that path (tests/e2e/CMakeLists.txt).
 #include <errno.h>
 #include <fcntl.h>
@@ -12,8 +12,10 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstring>
+#include <filesystem>
 #include <fstream>
 #include <sstream>
 #include <string>
@@ -23,17 +25,19 @@
 #include <gtest/gtest.h>
 
 #include "../support/temp_dir.h"
-#include "stat/vstat_messages.h"
-#include "vcom/server_process.h"
+#include "mkstore/store_generator.h"
+#include "stat/job_facts.h"
+#include "stat/stat_job_client.h"
+#include "stat/store_walk.h"
+#include "vcom/message_types.h"
 
 using namespace vorlane;
-using vcom::MsgPtr;
 using vcom::ServerProcess;
 
 namespace {
 
 const char* const kServer = VSTAT_BIN_DIR "/vstatserver";
-const char* const kReportPath = "/tmp/VStatReport.xml";
+using vstat::kReportPath;
 const long kAnswerMs = 5000;
 // A whole job on the stores below takes a few seconds under the sanitizers; this only bounds a hang.
 const long kJobMs = 60000;
@@ -100,29 +104,21 @@ class Job {
       ADD_FAILURE() << "cannot redirect standard error to " << stderrPath_ << ": " << strerror(errno);
       return false;
     }
-    const bool started = server_.start(kServer);
+    const bool started = client_.start(kServer);
     dup2(savedStderr, 2);
     close(savedStderr);
     close(childStderr);
     unsetenv("VSTAT_DEBUG");
     if (!started) {
-      ADD_FAILURE() << server_.lastError();
+      ADD_FAILURE() << client_.lastError();
       return false;
     }
     vstat::ProcessStoreReqBuffT request = {};
     strncpy(request.storeDir, storeDir.c_str(), sizeof request.storeDir - 1);
     strcpy(request.productVersion, "9.1");
     strcpy(request.osName, "Linux");
-    char wire[vstat::kProcessStoreReqWireSize];
-    vstat::encodeProcessStoreRequest(request, wire);
-    const uint32_t seq = server_.sendRequest(vstat::ProcessStore, wire, sizeof wire, kAnswerMs);
-    MsgPtr answer;
-    if (seq == 0 || server_.waitForAnswer(vstat::ProcessStoreResp, seq, answer, kAnswerMs) != ServerProcess::kOk) {
-      ADD_FAILURE() << "no answer to ProcessStore: " << server_.lastError();
-      return false;
-    }
-    if (answer->type != vstat::ProcessStoreResp || vcom::getU32(answer->payload()) != 1) {
-      ADD_FAILURE() << "job not started (answer type " << answer->type << ")";
+    if (!client_.startJob(request, kAnswerMs) || !client_.awaitStarted(kAnswerMs)) {
+      ADD_FAILURE() << "the job did not start: " << client_.lastError();
       return false;
     }
     return true;
@@ -130,13 +126,15 @@ class Job {
 
   // The next progress event; false at the end of the server's output or after timeoutMs.
   bool nextEvent(vstat::EventBuffT& event, long timeoutMs) {
-    for (;;) {
-      MsgPtr msg;
-      if (server_.receive(msg, timeoutMs) != ServerProcess::kOk) return false;
-      if (msg->type == vstat::ProgressAsync) {
-        return vstat::decodeEvent(msg->payload(), msg->payloadSize(), event);
+    vstat::JobMessage msg;
+    while (client_.next(msg, timeoutMs) == ServerProcess::kOk) {
+      if (msg.kind == vstat::JobMessage::Progress) {
+        event = msg.event;
+        return true;
       }
+      if (msg.kind == vstat::JobMessage::Log && msg.logType == vcom::LogErr) lastErrorRecord_ = msg.text;
     }
+    return false;
   }
 
   // Reads events up to the final one (run 0); false when the output ended or time ran out before it.
@@ -159,17 +157,15 @@ class Job {
   // Reads and drops what the server still sends, as a parent that keeps reading would, until it
   // closes its output or `ms` have passed.
   void drainFor(long ms) {
-    MsgPtr msg;
-    for (;;) {
-      const ServerProcess::Result r = server_.receive(msg, ms);
-      if (r != ServerProcess::kOk) return;
+    vstat::JobMessage msg;
+    while (client_.next(msg, ms) == ServerProcess::kOk) {
     }
   }
 
   // The child's end: it must exit by itself with status 0 within timeoutMs.
   void expectCleanExit(long timeoutMs) {
     vcom::ChildExit how;
-    ASSERT_TRUE(server_.waitExit(timeoutMs, &how)) << "the server did not end within " << timeoutMs << " ms";
+    ASSERT_TRUE(client_.process().waitExit(timeoutMs, &how)) << "the server did not end within " << timeoutMs << " ms";
     EXPECT_FALSE(how.signaled) << "killed by signal " << how.signal;
     EXPECT_TRUE(how.exited);
     EXPECT_EQ(how.code, 0);
@@ -177,12 +173,15 @@ class Job {
   }
 
   std::string debugLines() const { return readFile(debugPath_); }
-  ServerProcess& server() { return server_; }
+  // The text of the last error log record the server sent.
+  const std::string& lastErrorRecord() const { return lastErrorRecord_; }
+  ServerProcess& server() { return client_.process(); }
 
  private:
   std::string debugPath_;
   std::string stderrPath_;
-  ServerProcess server_;
+  std::string lastErrorRecord_;
+  vstat::StatJobClient client_;
 };
 
 class Fault : public ::testing::Test {
@@ -227,8 +226,8 @@ TEST_F(Fault, ParentGoingAwayMidJobEndsTheServerPromptly) {
   }
 }
 
-// Files disappear, shrink or become empty while the walk reads them, and FIFOs named like messages (and
-// links to them) must not block it. The job still runs to its end and writes its report.
+// Files disappear, shrink or become empty while the walk reads them. The job still runs to its end and
+// writes its report.
 TEST_F(Fault, MessagesVanishingOrShrinkingDuringTheWalkDoNotStopTheJob) {
   const std::string body = largeMessage(32 * 1024);
   std::vector<std::string> files;
@@ -238,8 +237,6 @@ TEST_F(Fault, MessagesVanishingOrShrinkingDuringTheWalkDoNotStopTheJob) {
       files.push_back(msgs + std::to_string(i) + ".eml");
       writeFile(files.back(), body);
     }
-    ASSERT_EQ(0, mkfifo((msgs + "fifo.eml").c_str(), 0600));
-    ASSERT_EQ(0, symlink((msgs + "fifo.eml").c_str(), (msgs + "link-to-fifo.eml").c_str()));
   }
 
   Job job(scratch);
@@ -275,6 +272,60 @@ TEST_F(Fault, MessagesVanishingOrShrinkingDuringTheWalkDoNotStopTheJob) {
   EXPECT_EQ(final.done, 1u);
   EXPECT_EQ(final.processed, 4u);
   job.expectCleanExit(kAnswerMs);
+}
+
+// A FIFO under the name of a folder's status.fld or index.fld, or a link to one, would block an open or
+// read for ever. Each is passed over with an error line naming it, and the job ends with its report.
+TEST_F(Fault, SpecialFilesAsFolderStatusOrIndexDoNotBlockTheJob) {
+  mkstore::StoreOptions options;
+  options.messages = 300;
+  options.seed = 5;
+  options.outDir = scratch.path();
+  options.force = true;
+  mkstore::Manifest manifest;
+  std::string error;
+  ASSERT_TRUE(mkstore::generateStore(options, manifest, error)) << error;
+
+  // Folders whose index is read (type other than 0) and mail folders, in a stable order.
+  std::vector<std::string> indexFolders, mailFolders;
+  for (const auto& entry : std::filesystem::recursive_directory_iterator(scratch.mail())) {
+    if (entry.path().filename() != "status.fld" || !entry.is_regular_file()) continue;
+    const std::filesystem::path relative = entry.path().parent_path().lexically_relative(scratch.mail());
+    if (std::any_of(relative.begin(), relative.end(), [](const auto& name) { return isForbiddenDir(name.c_str()); })) {
+      continue;
+    }
+    const std::string folder = entry.path().parent_path().string();
+    (readFile(entry.path()).rfind("T0", 0) == 0 ? mailFolders : indexFolders).push_back(folder);
+  }
+  std::sort(indexFolders.begin(), indexFolders.end());
+  std::sort(mailFolders.begin(), mailFolders.end());
+  ASSERT_GE(indexFolders.size(), 2u);
+  ASSERT_GE(mailFolders.size(), 2u);
+  const std::string fifo = scratch.path() + "/fifo";
+  ASSERT_EQ(0, mkfifo(fifo.c_str(), 0600));
+  const std::vector<std::string> planted = {mailFolders[0] + "/status.fld", mailFolders[1] + "/status.fld",
+                                            indexFolders[0] + "/index.fld", indexFolders[1] + "/index.fld"};
+  for (size_t i = 0; i < planted.size(); ++i) {
+    ASSERT_EQ(0, unlink(planted[i].c_str())) << planted[i];
+    // Half of them FIFOs of their own, half links to the shared one.
+    if (i % 2 == 0) {
+      ASSERT_EQ(0, mkfifo(planted[i].c_str(), 0600)) << planted[i];
+    } else {
+      ASSERT_EQ(0, symlink(fifo.c_str(), planted[i].c_str())) << planted[i];
+    }
+  }
+
+  Job job(scratch);
+  ASSERT_TRUE(job.start(scratch.path()));
+  vstat::EventBuffT final;
+  ASSERT_TRUE(job.finalEvent(final)) << "no final progress event";
+  EXPECT_EQ(final.done, 1u);
+  EXPECT_EQ(final.processed, manifest.mailboxes);
+  job.expectCleanExit(kAnswerMs);
+  const std::string lines = job.debugLines();
+  for (const std::string& path : planted) {
+    EXPECT_NE(lines.find("Skipping " + path + ": not a regular file\n"), std::string::npos) << path;
+  }
 }
 
 // 1500 nested folders: the paths of the deepest ones are longer than PATH_MAX. The walk must neither
@@ -345,7 +396,9 @@ TEST_F(Fault, ReportPathBlockedByADirectoryIsReportedAndTheJobEnds) {
   ASSERT_EQ(0, lstat(kReportPath, &info));
   EXPECT_TRUE(S_ISDIR(info.st_mode)) << "the blocking directory was touched";
   const std::string lines = job.debugLines();
-  EXPECT_NE(lines.find("Open report file /tmp/VStatReport.xml failed.\n"), std::string::npos) << lines;
+  EXPECT_NE(lines.find("Open report file " + std::string(kReportPath) + " failed.\n"), std::string::npos) << lines;
+  EXPECT_EQ(job.lastErrorRecord(), "no report written: cannot rename report over " + std::string(kReportPath) +
+                                       ": Is a directory");
 }
 
 // A symbolic link planted at the report path is replaced by the report; the file it pointed to is

@@ -10,8 +10,8 @@ namespace {
 struct StatusCase {
   std::vector<std::string> lines;
   int type;
-  unsigned long long first;
-  unsigned long long second;
+  unsigned long long messageCount;
+  unsigned long long folderSize;
 };
 
 // Status values convert like a 32-bit strtol: saturated, sign-extended, last key wins.
@@ -30,8 +30,8 @@ TEST(FolderFiles, StatusLinesYieldTypeAndTotals) {
     FolderStatus status;
     for (const std::string& line : c.lines) parseStatusLine(line.c_str(), status);
     EXPECT_EQ(status.type, c.type) << c.lines[0];
-    EXPECT_EQ(status.firstTotal, c.first) << c.lines[0];
-    EXPECT_EQ(status.secondTotal, c.second) << c.lines[0];
+    EXPECT_EQ(status.messageCount, c.messageCount) << c.lines[0];
+    EXPECT_EQ(status.folderSize, c.folderSize) << c.lines[0];
   }
 }
 
@@ -59,11 +59,10 @@ TEST(FolderFiles, IndexLinesYieldClassAndSize) {
   };
   for (const Case& c : cases) {
     std::string buffer = c.line;
-    unsigned long long size = 12345;
-    std::string messageClass = "stale";
-    parseIndexLine(&buffer[0], size, messageClass);
-    EXPECT_EQ(messageClass, c.messageClass) << "line '" << c.line << "'";
-    EXPECT_EQ(size, c.size) << "line '" << c.line << "'";
+    IndexEntry entry{"stale", 12345};
+    parseIndexLine(&buffer[0], entry);
+    EXPECT_EQ(entry.messageClass, c.messageClass) << "line '" << c.line << "'";
+    EXPECT_EQ(entry.size, c.size) << "line '" << c.line << "'";
   }
 }
 

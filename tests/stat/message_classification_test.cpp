@@ -33,12 +33,12 @@ std::string multipart(const std::string& subtype, std::initializer_list<std::str
 struct Case {
   const char* name;
   std::string message;
-  MessageClassification expected;
+  MessageFacts expected;
 };
 
-MessageClassification sizes(unsigned long long header, unsigned long long plain, unsigned long long html,
+MessageFacts sizes(unsigned long long header, unsigned long long plain, unsigned long long html,
                             unsigned long long rtf, bool isSigned = false, bool isEncrypted = false) {
-  MessageClassification c;
+  MessageFacts c;
   c.headerSize = header;
   c.plainTextSize = plain;
   c.htmlSize = html;
@@ -75,7 +75,7 @@ TEST(MessageClassification, TopLevelShapesGiveTheirBodySizes) {
   for (const Case& c : cases) {
     std::unique_ptr<mail_struct> tree = parse(c.message);
     ASSERT_TRUE(tree) << c.name;
-    MessageClassification got = classifyMessage(tree.get());
+    MessageFacts got = classifyMessage(tree.get());
     EXPECT_EQ(got.headerSize, c.expected.headerSize) << c.name;
     EXPECT_EQ(got.plainTextSize, c.expected.plainTextSize) << c.name;
     EXPECT_EQ(got.htmlSize, c.expected.htmlSize) << c.name;
@@ -86,7 +86,7 @@ TEST(MessageClassification, TopLevelShapesGiveTheirBodySizes) {
 }
 
 TEST(MessageClassification, NoTreeClassifiesAsNothing) {
-  MessageClassification got = classifyMessage(nullptr);
+  MessageFacts got = classifyMessage(nullptr);
   EXPECT_EQ(got.headerSize + got.plainTextSize + got.htmlSize + got.rtfSize, 0u);
   EXPECT_FALSE(got.isSigned || got.isEncrypted);
 }

@@ -40,6 +40,17 @@ TEST(ReportFile, ReplacesAnExistingFileWholeAndLeavesNoTemporary) {
   EXPECT_EQ(entryCount(dir.path()), 1);
 }
 
+// Another user can see our pid: names derived from it could all be taken in advance.
+TEST(ReportFile, TemporaryNamesPlantedInAdvanceDoNotBlockTheReplace) {
+  TempDir dir;
+  const std::string path = dir.path() + "/report.xml";
+  for (int n = 0; n < 200; ++n) dir.mkdirs("report.xml.tmp." + std::to_string(::getpid()) + "." + std::to_string(n));
+  std::string error;
+  ASSERT_TRUE(replaceFileContents(path, "new", error)) << error;
+  EXPECT_EQ(readFile(path), "new");
+  EXPECT_EQ(entryCount(dir.path()), 201);
+}
+
 TEST(ReportFile, PermissionsFollowTheUmask) {
   TempDir dir;
   for (mode_t mask : {mode_t(022), mode_t(077)}) {

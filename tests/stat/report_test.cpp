@@ -66,18 +66,17 @@ void feedSmallStore(Statistic& statistic) {
   statistic.addDomainInfo();
   statistic.resetUserCounters("example.com", "alice");
   statistic.addFolderInfo("example.com", "alice", "INBOX", mail, 7000, 2);
-  statistic.addMessageInfo("example.com", "alice", "INBOX", mail, "IPM.Note", 5000, 1000, 2000, 0, 0, false, false);
-  statistic.addMessageInfo("example.com", "alice", "INBOX", mail, "IPM.Note", 2000, 500, 300, 1000, 0, true, false);
+  statistic.addMessageInfo({"example.com", "alice", "INBOX", mail}, {"IPM.Note", 5000, 1000, 2000, 0, 0, false, false});
+  statistic.addMessageInfo({"example.com", "alice", "INBOX", mail}, {"IPM.Note", 2000, 500, 300, 1000, 0, true, false});
   statistic.addFolderInfo("example.com", "alice", "Sent Items", mail, 0, 0);
   statistic.addFolderInfo("example.com", "alice", "Contacts", Collection::ContactsFolder, 1500, 1);
-  statistic.addMessageInfo("example.com", "alice", "Contacts", Collection::ContactsFolder, "IPM.DistList", 1500, 0,
-                           0, 0, 0, false, false);
+  statistic.addMessageInfo({"example.com", "alice", "Contacts", Collection::ContactsFolder}, {"IPM.DistList", 1500});
   statistic.mergeUserCounters("example.com", "alice");
   statistic.resetUserCounters("example.com", "bob");
   statistic.mergeUserCounters("example.com", "bob");
   statistic.resetUserCounters("#public", "");
   statistic.addFolderInfo("#public", "Projects", "", mail, 30000, 1);
-  statistic.addMessageInfo("#public", "Projects", "", mail, "IPM.Note", 30000, 800, 0, 4000, 0, false, true);
+  statistic.addMessageInfo({"#public", "Projects", "", mail}, {"IPM.Note", 30000, 800, 0, 4000, 0, false, true});
   statistic.mergeUserCounters("#public", "");
 }
 

@@ -53,8 +53,8 @@ class StatisticTest : public ::testing::Test {
                unsigned long long size, unsigned long long header, unsigned long long plain = 0,
                unsigned long long html = 0, unsigned long long rtf = 0, const char* messageClass = "IPM.Note",
                bool isSigned = false, bool isEncrypted = false) {
-    statistic.addMessageInfo(domain, user, folder, type, messageClass, size, header, plain, html, rtf, isSigned,
-                             isEncrypted);
+    statistic.addMessageInfo({domain, user, folder, type},
+                             MessageFacts{messageClass, size, header, plain, html, rtf, isSigned, isEncrypted});
   }
 
   Statistic statistic;

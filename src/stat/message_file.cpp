@@ -1,0 +1,54 @@
+#include "stat/message_file.h"
+
+#include <fcntl.h>
+#include <sys/stat.h>
+
+#include "stat/message_classification.h"
+#include "utils/vfile.h"
+
+using vorlane::mime::mail_struct;
+using vorlane::utils::VFile;
+
+namespace {
+
+bool canBlock(mode_t mode) { return !S_ISREG(mode) && !S_ISDIR(mode); }
+
+}  // namespace
+
+bool readMessage(const MessageEntry& entry, MessageFacts& facts, std::string& error,
+                 std::unique_ptr<mail_struct>* tree) {
+  const std::string& path = entry.path;
+  if (entry.listedType != DT_REG) {
+    struct stat info;
+    if (::fstatat(entry.dirFd, entry.name, &info, 0) != 0) {
+      error = "Error obtaining file info " + path + "\n";
+      return false;
+    }
+    if (canBlock(info.st_mode)) {
+      error = "Skipping " + path + ": not a regular file\n";
+      return false;
+    }
+  }
+  VFile file;
+  if (!file.doOpenAt(entry.dirFd, entry.name, O_RDONLY | O_NONBLOCK | O_NOCTTY)) {
+    // A file that is gone by now is reported as one whose status cannot be had, as if it had been
+    // looked up before opening.
+    struct stat info;
+    if (entry.listedType == DT_REG && ::fstatat(entry.dirFd, entry.name, &info, 0) != 0) {
+      error = "Error obtaining file info " + path + "\n";
+    } else {
+      error = "Unable to open file" + path + " for reading.\n";
+    }
+    return false;
+  }
+  struct stat opened;
+  if (::fstat(file.fd(), &opened) != 0 || canBlock(opened.st_mode)) {
+    error = "Skipping " + path + ": not a regular file\n";
+    return false;
+  }
+  std::unique_ptr<mail_struct> parsed(mail_struct::parse(&file));
+  facts = classifyMessage(parsed.get());
+  facts.size = static_cast<unsigned long long>(opened.st_size);
+  if (tree) *tree = std::move(parsed);
+  return true;
+}
