@@ -114,6 +114,8 @@ TEST_F(Dispatcher, HeartbeatsRepeatAtTheInterval) {
     ASSERT_TRUE(msg) << "heartbeat " << i;
     EXPECT_EQ(msg->type, uint32_t(HeartBeat));
     EXPECT_EQ(msg->seq, 0u);
+    ASSERT_EQ(msg->size, 20u);
+    EXPECT_EQ(getU32(msg->payload()), 0u);
   }
 }
 
