@@ -2,7 +2,10 @@
 SHELL := /bin/bash
 JOBS ?= 2
 SUDO := $(shell [ "$$(id -u)" -eq 0 ] || echo sudo)
-PACKAGES := g++ make cmake libgtest-dev libgmock-dev libboost-dev
+PACKAGES := g++ make cmake libgtest-dev libgmock-dev libboost-dev \
+            libcli11-dev libexpat1-dev nlohmann-json3-dev libsqlite3-dev
+# The Debian package and its checks: CPack with dpkg-shlibdeps, lintian, manual pages, unit verification.
+PACKAGES += dpkg-dev file lintian man-db groff-base systemd bash-completion
 FUZZ_PACKAGES := clang libclang-rt-14-dev
 FUZZ_SECONDS ?= 60
 FUZZ_CI_SECONDS ?= 5
@@ -10,7 +13,7 @@ FUZZ_CI_SECONDS ?= 5
 DEMO_MESSAGES ?= 3000
 DEMO_STORE := build/demo-store
 
-.PHONY: deps deps-fuzz build demo test test-default test-asan test-tsan test-fuzz fuzz fuzz-build clean
+.PHONY: deps deps-fuzz build demo install package test test-default test-asan test-tsan test-fuzz fuzz fuzz-build clean
 
 # Installs only what is missing; the package index is refreshed only when something must be installed.
 define install_missing
@@ -43,6 +46,19 @@ demo: deps
 	fi
 	build/default/bin/vstat scan $(DEMO_STORE)
 
+# Installs under PREFIX (below DESTDIR when given) from the package build: Debian's build flags, no tests.
+PREFIX ?= /usr/local
+install: deps
+	cmake --preset package -DCMAKE_INSTALL_PREFIX=$(PREFIX)
+	cmake --build --preset package -j$(JOBS)
+	DESTDIR=$(DESTDIR) cmake --install build/package
+
+# vstat_<version>_amd64.deb in the top directory, for `apt-get install ./vstat_*.deb`.
+package: deps
+	cmake --preset package -DCMAKE_INSTALL_PREFIX=/usr
+	cmake --build --preset package -j$(JOBS) --target package
+	cp build/package/package/vstat_*_amd64.deb .
+
 test: test-default test-asan test-tsan test-fuzz
 
 test-default: build
@@ -72,4 +88,4 @@ test-fuzz: fuzz-build
 	fuzz/run.sh build/fuzz/fuzz-bin $(FUZZ_CI_SECONDS)
 
 clean:
-	rm -rf build
+	rm -rf build vstat_*.deb

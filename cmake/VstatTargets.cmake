@@ -15,12 +15,13 @@ function(vstat_layer name)
   endif()
 endfunction()
 
-# vstat_test(NAME SOURCES ... DEPS ... [LABELS ...] [RESOURCE_LOCK name]): a GoogleTest binary registered
-# test by test with CTest. Tests sharing a RESOURCE_LOCK never run at the same time (for example those that
-# write the fixed report path). Tests know where the built programs and the test data live through two
-# definitions.
+# vstat_test(NAME SOURCES ... DEPS ... [LABELS ...] [RESOURCE_LOCK name] [FIXTURE name]): a
+# GoogleTest binary registered test by test with CTest. Tests sharing a RESOURCE_LOCK never run at the same
+# time (for example those that write the fixed report path); tests with a FIXTURE run after the CTest test
+# that sets it up (for example the package build). Tests know where the built programs and the test data
+# live through two definitions.
 function(vstat_test name)
-  cmake_parse_arguments(ARG "" "RESOURCE_LOCK" "SOURCES;DEPS;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "" "RESOURCE_LOCK;FIXTURE" "SOURCES;DEPS;LABELS" ${ARGN})
   if(NOT ARG_SOURCES)
     return()
   endif()
@@ -36,6 +37,9 @@ function(vstat_test name)
   endif()
   if(ARG_RESOURCE_LOCK)
     list(APPEND properties RESOURCE_LOCK ${ARG_RESOURCE_LOCK})
+  endif()
+  if(ARG_FIXTURE)
+    list(APPEND properties FIXTURES_REQUIRED ${ARG_FIXTURE})
   endif()
   gtest_discover_tests(${name} DISCOVERY_MODE PRE_TEST PROPERTIES ${properties})
 endfunction()

@@ -1,13 +1,20 @@
-// The subcommands of the vstat front end. Each takes the arguments after its own name and returns the
-// process exit status.
+// The commands of the vstat front end. Each adds itself, with its options, to the program's one parser.
 #pragma once
+
+#include "command_line.h"
 
 namespace vorlane {
 namespace cli {
 
-int runMimeCommand(int argc, char** argv);  // vstat mime [--json] FILE...
-int runScanCommand(int argc, char** argv);  // vstat scan STORE_DIR [options]
-int runShowCommand(int argc, char** argv);  // vstat show REPORT.xml
+void addMimeCommand(CommandLine& cli);  // vstat mime [--json] FILE...
+void addScanCommand(CommandLine& cli);  // vstat scan STORE_DIR [options]
+void addShowCommand(CommandLine& cli);  // vstat show REPORT [options]
+
+// Every command of the program, in the order --help lists them.
+void registerCommands(CommandLine& cli);
+
+// The whole program: parses argv (argv[0] is the program's name), runs the command, returns its status.
+int runVstat(int argc, char** argv, std::ostream& out, std::ostream& err);
 
 }  // namespace cli
 }  // namespace vorlane

@@ -1,5 +1,5 @@
-#include "mime_command.h"
-
+// vstat mime [--json] FILE...: shows why a message counts as it does by printing the MIME part tree the
+// store scan sees, as an outline or as one JSON object per file and line.
 #include <fcntl.h>
 
 #include <cerrno>
@@ -19,8 +19,6 @@ namespace vorlane {
 namespace cli {
 
 namespace {
-
-void printUsage(std::ostream& err) { err << "usage: vstat mime [--json] FILE...\n"; }
 
 // What the store scan would add to the statistic for this message (a message the parser rejects
 // counts with zero header and body sizes).
@@ -86,37 +84,24 @@ bool showFile(const char* path, bool asJson, std::ostream& out, std::ostream& er
 
 }  // namespace
 
-int runMimeCommandTo(int argc, char** argv, std::ostream& out, std::ostream& err) {
-  bool asJson = false;
-  std::vector<const char*> files;
-  bool optionsDone = false;
-  for (int i = 0; i < argc; ++i) {
-    const char* arg = argv[i];
-    if (!optionsDone && std::strcmp(arg, "--json") == 0) {
-      asJson = true;
-    } else if (!optionsDone && std::strcmp(arg, "--") == 0) {
-      optionsDone = true;
-    } else if (!optionsDone && arg[0] == '-' && arg[1] != '\0') {
-      err << "vstat mime: unknown option '" << arg << "'\n";
-      printUsage(err);
-      return 2;
-    } else {
-      files.push_back(arg);
+void addMimeCommand(CommandLine& cli) {
+  struct MimeOptions {
+    bool json = false;
+    std::vector<std::string> files;
+  };
+  auto options = std::make_shared<MimeOptions>();
+  CLI::App* mime = cli.addCommand("mime", "Show how message files are parsed and counted", [options, &cli] {
+    int status = 0;
+    for (const std::string& path : options->files) {
+      if (!showFile(path.c_str(), options->json, cli.out(), cli.err())) status = 1;
     }
-  }
-  if (files.empty()) {
-    printUsage(err);
-    return 2;
-  }
-  int status = 0;
-  for (const char* path : files) {
-    if (!showFile(path, asJson, out, err)) status = 1;
-  }
-  out.flush();
-  return status;
+    cli.out().flush();
+    return status;
+  });
+  mime->add_flag("--json", options->json, "One JSON object per file and line");
+  mime->add_option("FILE", options->files, "Message files ('--' before a name that starts with '-')")->required();
+  mime->footer("Exit status: 0 all shown, 1 a file could not be read, 2 usage error.");
 }
-
-int runMimeCommand(int argc, char** argv) { return runMimeCommandTo(argc, argv, std::cout, std::cerr); }
 
 }  // namespace cli
 }  // namespace vorlane

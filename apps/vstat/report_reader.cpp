@@ -1,36 +1,67 @@
 #include "report_reader.h"
 
+#include <expat.h>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <cstring>
+#include <functional>
 #include <memory>
-#include <string_view>
 
 namespace vorlane {
 namespace cli {
 
 namespace {
 
-const size_t kNone = static_cast<size_t>(-1);
+const size_t kReadPiece = 64 * 1024;
 
-std::string_view trim(std::string_view s) {
-  size_t begin = 0;
-  while (begin < s.size() && (s[begin] == ' ' || s[begin] == '\t' || s[begin] == '\r')) ++begin;
-  size_t end = s.size();
-  while (end > begin && (s[end - 1] == ' ' || s[end - 1] == '\t' || s[end - 1] == '\r')) --end;
-  return s.substr(begin, end - begin);
+// The header fields and the figures of a counter, each expected once; their bits in a "seen" mask.
+const char* const kHeaderFields[] = {"productVersion", "build", "osName", "osCode"};
+const char* const kFigures[] = {"value", "sum", "max", "avg"};
+const unsigned kAllFour = 15;
+
+unsigned bitOf(const std::string& name, const char* const (&names)[4]) {
+  for (unsigned i = 0; i < 4; ++i) {
+    if (name == names[i]) return 1u << i;
+  }
+  return 0;
 }
 
-bool startsWith(std::string_view s, std::string_view prefix) {
-  return s.size() >= prefix.size() && s.compare(0, prefix.size(), prefix) == 0;
+// Where the parser stands in the fixed structure of a report.
+enum class Level { Document, Root, Header, Collection, Counter, Figure, Done };
+
+struct ParserFree {
+  void operator()(XML_Parser p) const { XML_ParserFree(p); }
+};
+
+class Descriptor {
+ public:
+  explicit Descriptor(int fd) : fd_(fd) {}
+  ~Descriptor() {
+    if (fd_ >= 0) close(fd_);
+  }
+  Descriptor(const Descriptor&) = delete;
+  Descriptor& operator=(const Descriptor&) = delete;
+  int get() const { return fd_; }
+
+ private:
+  int fd_;
+};
+
+std::string trimmed(const std::string& s) {
+  const size_t begin = s.find_first_not_of(" \t\r\n");
+  if (begin == std::string::npos) return std::string();
+  return s.substr(begin, s.find_last_not_of(" \t\r\n") - begin + 1);
 }
 
-// Decimal digits only, no sign, no overflow; anything else is refused so that a damaged number is left
-// out rather than shown wrong.
-bool parseNumber(std::string_view s, unsigned long long& value) {
-  if (s.empty() || s.size() > 20) return false;
+// Decimal digits only, at most 64 bits.
+bool toNumber(const std::string& text, unsigned long long& value) {
+  if (text.empty() || text.size() > 20) return false;
   unsigned long long v = 0;
-  for (char c : s) {
+  for (char c : text) {
     if (c < '0' || c > '9') return false;
     const unsigned digit = static_cast<unsigned>(c - '0');
     if (v > (~0ull - digit) / 10) return false;
@@ -40,236 +71,375 @@ bool parseNumber(std::string_view s, unsigned long long& value) {
   return true;
 }
 
-bool parseInt(std::string_view s, int& value) {
+// An optional minus sign and digits, within 32 bits signed.
+bool toSmallInteger(const std::string& text, long& value) {
+  const bool negative = !text.empty() && text[0] == '-';
   unsigned long long v = 0;
-  if (!parseNumber(s, v) || v > 0x7fffffffull) return false;
-  value = static_cast<int>(v);
+  if (!toNumber(negative ? text.substr(1) : text, v) || v > 0x7fffffffull) return false;
+  value = negative ? -static_cast<long>(v) : static_cast<long>(v);
   return true;
 }
 
-// The text between `open` and the next `close` after it, or false when either is missing.
-bool between(std::string_view line, std::string_view open, std::string_view close, std::string_view& out) {
-  const size_t start = line.find(open);
-  if (start == std::string_view::npos) return false;
-  const size_t from = start + open.size();
-  const size_t end = line.find(close, from);
-  if (end == std::string_view::npos) return false;
-  out = line.substr(from, end - from);
-  return true;
+// "undef" or a fixed-point number; the value itself is not kept (it follows from sum and count).
+bool isAverage(const std::string& text) {
+  if (text == "undef") return true;
+  const size_t dot = text.find('.');
+  unsigned long long ignored = 0;
+  if (dot == std::string::npos) return toNumber(text, ignored);
+  return toNumber(text.substr(0, dot), ignored) && (dot + 1 == text.size() || toNumber(text.substr(dot + 1), ignored));
 }
 
-// Content of a one-line element such as "<value>12</value>".
-bool elementText(std::string_view line, std::string_view tag, std::string_view& out) {
-  std::string open = "<";
-  open.append(tag.data(), tag.size()).append(">");
-  std::string close = "</";
-  close.append(tag.data(), tag.size()).append(">");
-  if (!startsWith(line, open)) return false;
-  const size_t end = line.rfind(close);
-  if (end == std::string_view::npos || end < open.size()) return false;
-  out = line.substr(open.size(), end - open.size());
-  return true;
-}
-
-// Counter names are written unescaped, so a name is taken up to the last "'>" of its line rather than
-// the next quote.
-std::string counterName(std::string_view line) {
-  const size_t start = line.find("name='");
-  if (start == std::string_view::npos) return std::string();
-  const size_t from = start + 6;
-  const size_t end = line.rfind("'>");
-  if (end == std::string_view::npos || end < from) return std::string(line.substr(from));
-  return std::string(line.substr(from, end - from));
-}
-
-class Parser {
+class ReportParser {
  public:
-  explicit Parser(ReportSummary& summary) : summary_(summary) {}
+  explicit ReportParser(Report& report) : report_(report), parser_(XML_ParserCreate(nullptr)) {
+    report_ = Report();
+    if (!parser_) return;
+    XML_SetUserData(parser_.get(), this);
+    XML_SetElementHandler(parser_.get(), &ReportParser::onStart, &ReportParser::onEnd);
+    XML_SetCharacterDataHandler(parser_.get(), &ReportParser::onText);
+    // A report has no document type; declaring one is how entity expansion attacks start.
+    XML_SetStartDoctypeDeclHandler(parser_.get(), &ReportParser::onDoctype);
+    XML_SetEntityDeclHandler(parser_.get(), &ReportParser::onEntity);
+    XML_SetParamEntityParsing(parser_.get(), XML_PARAM_ENTITY_PARSING_NEVER);
+  }
 
-  bool rootSeen() const { return rootSeen_; }
-
-  // Returns false once the closing root element has been read.
-  bool line(std::string_view raw) {
-    const std::string_view l = trim(raw);
-    if (l.empty()) return true;
-    if (!rootSeen_) {
-      if (startsWith(l, "<vlsStoreStatistic")) {
-        rootSeen_ = true;
-        std::string_view v;
-        if (between(l, "version='", "'", v)) summary_.version.assign(v.data(), v.size());
+  // Feeds the next piece; false once the input is refused (the reason is in error()).
+  bool feed(const char* data, size_t size, bool last) {
+    if (!parser_) return fail("cannot create the XML parser");
+    if (XML_Parse(parser_.get(), data, static_cast<int>(size), last ? 1 : 0) != XML_STATUS_OK) {
+      if (error_.empty()) {
+        const XML_Error code = XML_GetErrorCode(parser_.get());
+        fail(code == XML_ERROR_NO_ELEMENTS ? "the report ends early (truncated?)" : XML_ErrorString(code));
       }
-      return true;
-    }
-    if (startsWith(l, "</vlsStoreStatistic>")) {
-      summary_.complete = true;
       return false;
     }
-    if (startsWith(l, "<collection ")) {
-      openCollection(l);
-    } else if (startsWith(l, "</collection>")) {
-      collection_ = kNone;
-      counter_ = kNone;
-    } else if (startsWith(l, "<counter ") || startsWith(l, "<histogramCounter ")) {
-      openCounter(l, startsWith(l, "<histogramCounter "));
-    } else if (startsWith(l, "</counter>") || startsWith(l, "</histogramCounter>")) {
-      counter_ = kNone;
-    } else if (counter_ != kNone) {
-      counterLine(l);
-    } else if (collection_ == kNone) {
-      headerLine(l);
-    }
+    if (last && level_ != Level::Done) return fail("the report ends early (truncated?)");
     return true;
   }
 
+  const std::string& error() const { return error_; }
+
  private:
-  void headerLine(std::string_view l) {
-    struct Field { const char* tag; std::string* target; };
-    const Field fields[] = {{"productVersion", &summary_.productVersion},
-                            {"build", &summary_.build},
-                            {"osName", &summary_.osName},
-                            {"osCode", &summary_.osCode}};
-    for (const Field& f : fields) {
-      std::string_view text;
-      if (elementText(l, f.tag, text)) {
-        f.target->assign(text.data(), text.size());
-        return;
-      }
+  static void XMLCALL onStart(void* self, const XML_Char* name, const XML_Char** attributes) {
+    static_cast<ReportParser*>(self)->start(name, attributes);
+  }
+  static void XMLCALL onEnd(void* self, const XML_Char* name) { static_cast<ReportParser*>(self)->end(name); }
+  static void XMLCALL onText(void* self, const XML_Char* text, int length) {
+    static_cast<ReportParser*>(self)->text(text, static_cast<size_t>(length));
+  }
+  static void XMLCALL onDoctype(void* self, const XML_Char*, const XML_Char*, const XML_Char*, int) {
+    static_cast<ReportParser*>(self)->stop("a DOCTYPE declaration is not allowed in a report");
+  }
+  static void XMLCALL onEntity(void* self, const XML_Char*, int, const XML_Char*, int, const XML_Char*,
+                               const XML_Char*, const XML_Char*, const XML_Char*) {
+    static_cast<ReportParser*>(self)->stop("an entity declaration is not allowed in a report");
+  }
+
+  bool fail(const std::string& what) {
+    if (error_.empty()) {
+      error_ = parser_ ? "line " + std::to_string(XML_GetCurrentLineNumber(parser_.get())) + ": " + what : what;
     }
-  }
-
-  void openCollection(std::string_view l) {
-    counter_ = kNone;
-    if (summary_.collections.size() >= kMaxCollections) {
-      collection_ = kNone;
-      return;
-    }
-    CollectionSummary c;
-    std::string_view v;
-    // Collection names are unescaped too; the next attribute marks the end of the name.
-    if (between(l, "name='", "' publicType='", v) || between(l, "name='", "'", v)) c.name.assign(v.data(), v.size());
-    if (between(l, "publicType='", "'", v)) parseInt(v, c.publicType);
-    if (between(l, "folderType='", "'", v)) parseInt(v, c.folderType);
-    if (between(l, "comparison='", "'", v)) parseInt(v, c.comparison);
-    summary_.collections.push_back(std::move(c));
-    collection_ = summary_.collections.size() - 1;
-  }
-
-  void openCounter(std::string_view l, bool histogram) {
-    counter_ = kNone;
-    if (collection_ == kNone) return;
-    std::vector<CounterSummary>& counters = summary_.collections[collection_].counters;
-    if (counters.size() >= kMaxCountersPerCollection) return;
-    CounterSummary c;
-    c.name = counterName(l);
-    c.histogram = histogram;
-    counters.push_back(std::move(c));
-    counter_ = counters.size() - 1;
-  }
-
-  void counterLine(std::string_view l) {
-    CounterSummary& c = summary_.collections[collection_].counters[counter_];
-    std::string_view text;
-    unsigned long long n = 0;
-    if (elementText(l, "value", text)) {
-      if (parseNumber(text, n)) c.count = n;
-    } else if (elementText(l, "sum", text)) {
-      if (parseNumber(text, n)) {
-        c.sum = n;
-        c.hasSum = true;
-      }
-    } else if (elementText(l, "max", text)) {
-      if (parseNumber(text, n)) c.max = n;
-    } else if (startsWith(l, "<histValue ")) {
-      std::string_view limit;
-      std::string_view count;
-      HistogramBucket b{0, 0};
-      if (c.buckets.size() < kMaxBucketsPerHistogram && between(l, "max='", "'", limit) &&
-          between(l, "'>", "</histValue>", count) && parseNumber(limit, b.max) && parseNumber(count, b.count)) {
-        c.buckets.push_back(b);
-      }
-    }
-    // The average is not read: it is derived from sum and count where it is shown.
-  }
-
-  ReportSummary& summary_;
-  bool rootSeen_ = false;
-  size_t collection_ = kNone;
-  size_t counter_ = kNone;
-};
-
-struct FileCloser {
-  void operator()(std::FILE* f) const { std::fclose(f); }
-};
-
-}  // namespace
-
-const CounterSummary* CollectionSummary::find(const std::string& counterName) const {
-  for (const CounterSummary& c : counters) {
-    if (c.name == counterName) return &c;
-  }
-  return nullptr;
-}
-
-const CollectionSummary* ReportSummary::find(const std::string& collectionName) const {
-  for (const CollectionSummary& c : collections) {
-    if (c.name == collectionName) return &c;
-  }
-  return nullptr;
-}
-
-bool parseReport(const std::string& text, ReportSummary& summary, std::string& error) {
-  summary = ReportSummary();
-  Parser parser(summary);
-  const std::string_view all(text);
-  size_t pos = 0;
-  while (pos < all.size()) {
-    size_t end = all.find('\n', pos);
-    if (end == std::string_view::npos) end = all.size();
-    if (!parser.line(all.substr(pos, end - pos))) break;
-    pos = end + 1;
-  }
-  if (!parser.rootSeen()) {
-    error = "not a store statistics report (no vlsStoreStatistic element)";
     return false;
   }
-  return true;
-}
 
-bool readReportText(const std::string& path, std::string& text, std::string& error) {
-  std::unique_ptr<std::FILE, FileCloser> file(std::fopen(path.c_str(), "rb"));
-  if (!file) {
+  void stop(const std::string& what) {
+    fail(what);
+    XML_StopParser(parser_.get(), XML_FALSE);
+  }
+
+  // "<value> of counter 'Message size' in collection 'IPF.Note - folder INBOX'"
+  std::string where(const std::string& element) const {
+    std::string text = "<" + element + ">";
+    if (counter_) text += " of counter '" + counter_->name + "'";
+    if (collection_) text += " in collection '" + collection_->name + "'";
+    return text;
+  }
+
+  const char* attribute(const XML_Char** attributes, const char* name) {
+    for (size_t i = 0; attributes[i]; i += 2) {
+      if (std::strcmp(attributes[i], name) == 0) {
+        if (std::strlen(attributes[i + 1]) > kMaxTextBytes) {
+          stop("attribute " + std::string(name) + " of " + where(current_) + " is longer than " +
+               std::to_string(kMaxTextBytes) + " bytes");
+          return nullptr;
+        }
+        return attributes[i + 1];
+      }
+    }
+    stop(where(current_) + " has no " + name + " attribute");
+    return nullptr;
+  }
+
+  // Expat may still deliver an event or two after a stop; they are ignored.
+  void start(const std::string& name, const XML_Char** attributes) {
+    if (!error_.empty()) return;
+    current_ = name;
+    text_.clear();
+    switch (level_) {
+      case Level::Document:
+        if (name != "vlsStoreStatistic") return stop("<" + name + "> is not a store statistics report");
+        if (const char* version = attribute(attributes, "version")) report_.version = version;
+        level_ = Level::Root;
+        return;
+      case Level::Root:
+        if (name == "collection") return startCollection(attributes);
+        if (const unsigned bit = bitOf(name, kHeaderFields)) {
+          if (headerSeen_ & bit) return stop("<" + name + "> appears twice");
+          headerSeen_ |= bit;
+          level_ = Level::Header;
+          return;
+        }
+        return stop("unexpected element <" + name + "> in the report");
+      case Level::Collection:
+        if (name == "counter" || name == "histogramCounter") return startCounter(name, attributes);
+        return stop("unexpected element " + where(name));
+      case Level::Counter:
+        if (name == "histValue" && counter_->histogram) return startBucket(attributes);
+        if (const unsigned bit = bitOf(name, kFigures)) {
+          if (figuresSeen_ & bit) return stop(where(name) + " appears twice");
+          figuresSeen_ |= bit;
+          level_ = Level::Figure;
+          return;
+        }
+        return stop("unexpected element " + where(name));
+      default:
+        return stop("unexpected element " + where(name) + " inside <" + parent() + ">");
+    }
+  }
+
+  std::string parent() const {
+    switch (level_) {
+      case Level::Header: return "header field";
+      case Level::Figure: return "figure";
+      default: return "vlsStoreStatistic";
+    }
+  }
+
+  void startCollection(const XML_Char** attributes) {
+    if (report_.collections.size() >= kMaxCollections) {
+      return stop("more than " + std::to_string(kMaxCollections) + " collections");
+    }
+    ReportCollection c;
+    const char* name = attribute(attributes, "name");
+    if (!name) return;
+    c.name = name;
+    collection_ = nullptr;
+    struct Field { const char* attribute; long* target; };
+    for (const Field& f : {Field{"publicType", &c.publicType}, Field{"folderType", &c.folderType},
+                           Field{"comparison", &c.comparison}}) {
+      const char* value = attribute(attributes, f.attribute);
+      if (!value) return;
+      if (!toSmallInteger(value, *f.target)) {
+        return stop("attribute " + std::string(f.attribute) + " of collection '" + c.name + "': '" + value +
+                    "' is not a number");
+      }
+    }
+    report_.collections.push_back(std::move(c));
+    collection_ = &report_.collections.back();
+    level_ = Level::Collection;
+  }
+
+  void startCounter(const std::string& element, const XML_Char** attributes) {
+    if (++counters_ > kMaxCounters) return stop("more than " + std::to_string(kMaxCounters) + " counters");
+    const char* name = attribute(attributes, "name");
+    if (!name) return;
+    collection_->counters.emplace_back();
+    counter_ = &collection_->counters.back();
+    counter_->name = name;
+    counter_->histogram = element == "histogramCounter";
+    figuresSeen_ = 0;
+    level_ = Level::Counter;
+  }
+
+  void startBucket(const XML_Char** attributes) {
+    if (++buckets_ > kMaxBuckets) return stop("more than " + std::to_string(kMaxBuckets) + " histogram buckets");
+    const char* limit = attribute(attributes, "max");
+    if (!limit) return;
+    ReportBucket b{0, 0};
+    if (!toNumber(trimmed(limit), b.max)) {
+      return stop("attribute max of " + where("histValue") + ": '" + limit + "' is not a number of at most 64 bits");
+    }
+    if (!counter_->buckets.empty() && b.max <= counter_->buckets.back().max) {
+      return stop(where("histValue") + ": the limit " + limit + " does not ascend");
+    }
+    counter_->buckets.push_back(b);
+    level_ = Level::Figure;
+  }
+
+  void text(const char* data, size_t size) {
+    if (!error_.empty()) return;
+    if (level_ == Level::Header || level_ == Level::Figure) {
+      if (text_.size() + size > kMaxTextBytes) {
+        return stop("the text of " + where(current_) + " is longer than " + std::to_string(kMaxTextBytes) + " bytes");
+      }
+      text_.append(data, size);
+      return;
+    }
+    for (size_t i = 0; i < size; ++i) {
+      if (data[i] != ' ' && data[i] != '\t' && data[i] != '\r' && data[i] != '\n') {
+        return stop("unexpected text inside " + where(current_));
+      }
+    }
+  }
+
+  void end(const std::string& name) {
+    if (!error_.empty()) return;
+    switch (level_) {
+      case Level::Header: return endHeader(name);
+      case Level::Figure: return endFigure(name);
+      case Level::Counter: return endCounter();
+      case Level::Collection:
+        collection_ = nullptr;
+        level_ = Level::Root;
+        return;
+      case Level::Root:
+        if (headerSeen_ != kAllFour) {
+          return stop("the report lacks one of <productVersion>, <build>, <osName>, <osCode>");
+        }
+        level_ = Level::Done;
+        return;
+      default:
+        return;
+    }
+  }
+
+  void endHeader(const std::string& name) {
+    level_ = Level::Root;
+    if (name == "productVersion") report_.productVersion = text_;
+    if (name == "osName") report_.osName = text_;
+    if (name == "build" || name == "osCode") {
+      if (!toNumber(trimmed(text_), name == "build" ? report_.build : report_.osCode)) {
+        stop("<" + name + ">: '" + text_ + "' is not a number of at most 64 bits");
+      }
+    }
+  }
+
+  void endFigure(const std::string& name) {
+    level_ = Level::Counter;
+    const std::string value = trimmed(text_);
+    if (name == "avg") {
+      if (!isAverage(value)) stop(where(name) + ": '" + text_ + "' is not an average");
+      return;
+    }
+    unsigned long long n = 0;
+    if (!toNumber(value, n)) return stop(where(name) + ": '" + text_ + "' is not a number of at most 64 bits");
+    if (name == "value") counter_->count = n;
+    if (name == "sum") counter_->sum = n;
+    if (name == "max") counter_->max = n;
+    if (name == "histValue") counter_->buckets.back().count = n;
+  }
+
+  void endCounter() {
+    if (!(figuresSeen_ & 1u)) return stop("counter '" + counter_->name + "' has no <value>");
+    counter_->valueOnly = figuresSeen_ == 1u;
+    if (!counter_->valueOnly && figuresSeen_ != kAllFour) {
+      return stop("counter '" + counter_->name + "' has only some of <sum>, <max>, <avg>");
+    }
+    if (counter_->histogram && counter_->valueOnly) return stop("histogram '" + counter_->name + "' has no <sum>");
+    counter_ = nullptr;
+    level_ = Level::Collection;
+  }
+
+  Report& report_;
+  std::unique_ptr<XML_ParserStruct, ParserFree> parser_;
+  Level level_ = Level::Document;
+  ReportCollection* collection_ = nullptr;
+  ReportCounter* counter_ = nullptr;
+  std::string current_;
+  std::string text_;
+  unsigned headerSeen_ = 0;   // bits of kHeaderFields read so far
+  unsigned figuresSeen_ = 0;  // bits of kFigures read so far in the current counter
+  size_t counters_ = 0;
+  size_t buckets_ = 0;
+  std::string error_;
+};
+
+// Opens a report without blocking on a FIFO or device and checks it is a regular file of bounded size.
+bool openReport(const std::string& path, int& fd, long long& size, std::string& error) {
+  fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
+  if (fd < 0) {
     error = "cannot open report '" + path + "': " + std::strerror(errno);
     return false;
   }
-  text.clear();
-  char buffer[65536];
-  for (;;) {
-    const size_t n = std::fread(buffer, 1, sizeof buffer, file.get());
-    if (n > 0) {
-      if (text.size() + n > kMaxReportBytes) {
-        error = "report '" + path + "' is larger than " + std::to_string(kMaxReportBytes / (1024 * 1024)) +
-                " MiB; not a store statistics report";
-        return false;
-      }
-      text.append(buffer, n);
-    }
-    if (n < sizeof buffer) break;
-  }
-  if (std::ferror(file.get())) {
+  struct stat st;
+  if (fstat(fd, &st) != 0) {
     error = "cannot read report '" + path + "': " + std::strerror(errno);
     return false;
   }
+  if (!S_ISREG(st.st_mode)) {
+    error = "report '" + path + "' is not a regular file";
+    return false;
+  }
+  if (static_cast<unsigned long long>(st.st_size) > kMaxReportBytes) {
+    error = "report '" + path + "' is larger than " + std::to_string(kMaxReportBytes / (1024 * 1024)) +
+            " MiB; not a store statistics report";
+    return false;
+  }
+  size = st.st_size;
   return true;
 }
 
-bool readReport(const std::string& path, ReportSummary& summary, std::string& error) {
-  std::string text;
-  if (!readReportText(path, text, error)) return false;
-  if (!parseReport(text, summary, error)) {
-    error = "report '" + path + "': " + error;
-    return false;
+// Reads the file piece by piece into `consume`; the size limit also holds for a file that grows.
+bool readPieces(const std::string& path, const std::function<bool(const char*, size_t, bool)>& consume,
+                std::string& error) {
+  int raw = -1;
+  long long size = 0;
+  const bool opened = openReport(path, raw, size, error);
+  Descriptor fd(raw);
+  if (!opened) return false;
+  std::unique_ptr<char[]> buffer(new char[kReadPiece]);
+  size_t total = 0;
+  for (;;) {
+    const ssize_t n = read(fd.get(), buffer.get(), kReadPiece);
+    if (n < 0 && errno == EINTR) continue;
+    if (n < 0) {
+      error = "cannot read report '" + path + "': " + std::strerror(errno);
+      return false;
+    }
+    total += static_cast<size_t>(n);
+    if (total > kMaxReportBytes) {
+      error = "report '" + path + "' is larger than " + std::to_string(kMaxReportBytes / (1024 * 1024)) + " MiB";
+      return false;
+    }
+    if (!consume(buffer.get(), static_cast<size_t>(n), n == 0)) return false;
+    if (n == 0) return true;
   }
-  return true;
+}
+
+}  // namespace
+
+bool parseReport(const std::string& text, Report& report, std::string& error) {
+  ReportParser parser(report);
+  size_t offset = 0;
+  for (;;) {
+    const size_t piece = std::min(kReadPiece, text.size() - offset);
+    const bool last = offset + piece == text.size();
+    if (!parser.feed(text.data() + offset, piece, last)) {
+      error = parser.error();
+      return false;
+    }
+    if (last) return true;
+    offset += piece;
+  }
+}
+
+bool readReport(const std::string& path, Report& report, std::string& error) {
+  ReportParser parser(report);
+  const bool ok = readPieces(
+      path, [&parser](const char* data, size_t size, bool last) { return parser.feed(data, size, last); }, error);
+  if (!ok && error.empty()) error = "report '" + path + "': " + parser.error();
+  return ok;
+}
+
+bool readReportText(const std::string& path, std::string& text, std::string& error) {
+  text.clear();
+  return readPieces(
+      path,
+      [&text](const char* data, size_t size, bool) {
+        text.append(data, size);
+        return true;
+      },
+      error);
 }
 
 }  // namespace cli

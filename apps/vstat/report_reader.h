@@ -1,71 +1,38 @@
-// Reads a store statistics report (the vlsStoreStatistic file the statistics server writes) into a
-// summary model for display. It understands only our own line-oriented report format, not XML at large:
-// one element per line, leading blanks ignored, unknown lines skipped. A truncated report yields what was
-// read so far with `complete` false; a file without the root element is refused. Input is bounded: files
-// above kMaxReportBytes and collections, counters and buckets beyond the limits below are not read.
-// Pure functions; no shared state.
+// Reads a store statistics report into the report model with a streaming XML parser (libexpat), so a
+// report copied between machines, pretty-printed or re-encoded by other tools reads as well as the
+// server's own. The structure is checked strictly: a missing, unknown, repeated or misplaced element, a
+// number that is damaged or wider than 64 bits, a DOCTYPE or entity declaration, or a file cut short is
+// refused with one error line naming the element and the line ("line 12: <value> of counter 'Message
+// size': '12x' is not a number of at most 64 bits").
+//
+// Bounds: the file is read in 64 KiB pieces and refused beyond kMaxReportBytes; the element structure
+// allows at most four levels; element texts, collections, counters and buckets have the limits below,
+// so memory stays small whatever the input. Pure functions; no shared state.
 #pragma once
 
 #include <cstddef>
 #include <string>
-#include <vector>
+
+#include "report_model.h"
 
 namespace vorlane {
 namespace cli {
 
-struct HistogramBucket {
-  unsigned long long max;  // inclusive upper limit; all bits set for the last catch-all bucket
-  unsigned long long count;
-};
-
-struct CounterSummary {
-  std::string name;
-  bool histogram = false;  // written as histogramCounter
-  bool hasSum = false;     // value-only counters carry no sum, max or average
-  unsigned long long count = 0;
-  unsigned long long sum = 0;
-  unsigned long long max = 0;
-  std::vector<HistogramBucket> buckets;
-};
-
-struct CollectionSummary {
-  std::string name;
-  int publicType = -1;
-  int folderType = -1;
-  int comparison = -1;
-  std::vector<CounterSummary> counters;
-
-  // The counter of that name, or null.
-  const CounterSummary* find(const std::string& counterName) const;
-};
-
-struct ReportSummary {
-  std::string version;  // the root element's version attribute as written, e.g. "0.3"
-  std::string productVersion;
-  std::string build;
-  std::string osName;
-  std::string osCode;
-  std::vector<CollectionSummary> collections;
-  bool complete = false;  // the closing root element was read
-
-  // The collection of that name, or null.
-  const CollectionSummary* find(const std::string& collectionName) const;
-};
-
-// Limits that keep a foreign or hostile file from exhausting memory. A real report is about 300 KB with
-// 25 collections of at most 10 counters of at most 28 buckets.
-const size_t kMaxReportBytes = 16u * 1024 * 1024;
+// A real report is about 300 KB with 25 collections of at most 10 counters of at most 28 buckets.
+const size_t kMaxReportBytes = 64u * 1024 * 1024;
 const size_t kMaxCollections = 1000;
-const size_t kMaxCountersPerCollection = 100;
-const size_t kMaxBucketsPerHistogram = 1000;
+const size_t kMaxCounters = 20000;    // in the whole report
+const size_t kMaxBuckets = 200000;    // in the whole report
+const size_t kMaxTextBytes = 4096;    // of one name, attribute or element text
 
-// Parses report text. Returns false with `error` set when the text holds no report root element.
-bool parseReport(const std::string& text, ReportSummary& summary, std::string& error);
+// Parses report text. Returns false with `error` set ("line N: ...") when it is not a complete report.
+bool parseReport(const std::string& text, Report& report, std::string& error);
 
-// Reads and parses the report file at `path`. Returns false with `error` naming the path and the reason
-// (system error text, size limit, not a report).
-bool readReport(const std::string& path, ReportSummary& summary, std::string& error);
-// The whole text of a report file, refused above kMaxReportBytes; false with the path and reason in error.
+// Reads the report file at `path`, which must be a regular file (it is opened without blocking, so a
+// FIFO or device is refused, not waited on). False with `error` naming the path and the reason.
+bool readReport(const std::string& path, Report& report, std::string& error);
+
+// The whole text of a report file, with the same checks; for callers that keep the bytes as well.
 bool readReportText(const std::string& path, std::string& text, std::string& error);
 
 }  // namespace cli

@@ -38,16 +38,16 @@ bool endsWith(const std::string& s, const std::string& suffix) {
 // Histograms over byte counts are named "... size"; the others count messages, folders or users.
 bool isSizeCounter(const std::string& name) { return endsWith(name, "size"); }
 
-const CounterSummary* findCounter(const CollectionSummary* c, const char* name) {
+const ReportCounter* findCounter(const ReportCollection* c, const char* name) {
   return c ? c->find(name) : nullptr;
 }
 
-std::string countOrNa(const CounterSummary* c) { return c ? formatCount(c->count) : "n/a"; }
+std::string countOrNa(const ReportCounter* c) { return c ? formatCount(c->count) : "n/a"; }
 
-std::string sizeOrNa(const CounterSummary* c) { return c && c->hasSum ? formatSize(c->sum) : "n/a"; }
+std::string sizeOrNa(const ReportCounter* c) { return c && !c->valueOnly ? formatSize(c->sum) : "n/a"; }
 
 // Sizes average to a size; counts (messages per folder, folders per user) to a number with one decimal.
-std::string average(const CounterSummary& c, bool bytes) {
+std::string average(const ReportCounter& c, bool bytes) {
   if (c.count == 0) return "-";
   const double avg = static_cast<double>(c.sum) / static_cast<double>(c.count);
   // 2^64 as a double is out of range for the conversion; a damaged report may hold such a sum.
@@ -59,27 +59,27 @@ std::string average(const CounterSummary& c, bool bytes) {
 
 // The number of folders a collection saw: every folder-class collection counts each matching folder in
 // "Message count per folder"; the all-folders collection has its own "Folder count".
-const CounterSummary* folderCounter(const CollectionSummary& c) {
-  const CounterSummary* perFolder = c.find("Message count per folder");
+const ReportCounter* folderCounter(const ReportCollection& c) {
+  const ReportCounter* perFolder = c.find("Message count per folder");
   return perFolder ? perFolder : c.find("Folder count");
 }
 
-bool hasData(const CollectionSummary& c) {
-  for (const CounterSummary& counter : c.counters) {
+bool hasData(const ReportCollection& c) {
+  for (const ReportCounter& counter : c.counters) {
     if (counter.count != 0) return true;
   }
   return false;
 }
 
-void renderTotals(std::ostream& out, const ReportSummary& report) {
-  const CollectionSummary* all = report.find(kAllFolders);
-  const CollectionSummary* users = report.find(kUserFolders);
-  const CollectionSummary* mail = report.find(kAllMail);
-  const CollectionSummary* contacts = report.find(kAllContacts);
-  const CounterSummary* signedCount = findCounter(mail, "Signed message count");
-  const CounterSummary* signedSize = findCounter(mail, "Size of signed messages");
-  const CounterSummary* encryptedCount = findCounter(mail, "Encrypted message count");
-  const CounterSummary* encryptedSize = findCounter(mail, "Size of encrypted messages");
+void renderTotals(std::ostream& out, const Report& report) {
+  const ReportCollection* all = report.find(kAllFolders);
+  const ReportCollection* users = report.find(kUserFolders);
+  const ReportCollection* mail = report.find(kAllMail);
+  const ReportCollection* contacts = report.find(kAllContacts);
+  const ReportCounter* signedCount = findCounter(mail, "Signed message count");
+  const ReportCounter* signedSize = findCounter(mail, "Size of signed messages");
+  const ReportCounter* encryptedCount = findCounter(mail, "Encrypted message count");
+  const ReportCounter* encryptedSize = findCounter(mail, "Size of encrypted messages");
 
   out << "Store totals\n";
   out << "  Messages         " << countOrNa(findCounter(all, "Message count")) << "\n";
@@ -89,10 +89,10 @@ void renderTotals(std::ostream& out, const ReportSummary& report) {
   // Every user mailbox adds one sample to the per-user folder histogram, even without folders.
   out << "  Mailboxes        " << countOrNa(findCounter(users, "Folder count per user")) << "\n";
   out << "  Signed mail      " << countOrNa(signedCount);
-  if (signedSize && signedSize->hasSum) out << " (" << formatSize(signedSize->sum) << ")";
+  if (signedSize && !signedSize->valueOnly) out << " (" << formatSize(signedSize->sum) << ")";
   out << "\n";
   out << "  Encrypted mail   " << countOrNa(encryptedCount);
-  if (encryptedSize && encryptedSize->hasSum) out << " (" << formatSize(encryptedSize->sum) << ")";
+  if (encryptedSize && !encryptedSize->valueOnly) out << " (" << formatSize(encryptedSize->sum) << ")";
   out << "\n";
   out << "  Distr. lists     " << countOrNa(findCounter(contacts, "Distribution list count")) << "\n";
 
@@ -105,7 +105,7 @@ void renderTotals(std::ostream& out, const ReportSummary& report) {
                            {"Count of messages with plain text, HTML and RTF body", "text+HTML+RTF"}};
     std::string line;
     for (const Body& b : bodies) {
-      const CounterSummary* c = mail->find(b.counter);
+      const ReportCounter* c = mail->find(b.counter);
       if (!c) continue;
       if (!line.empty()) line += ", ";
       line += std::string(b.label) + " " + formatCount(c->count);
@@ -114,23 +114,23 @@ void renderTotals(std::ostream& out, const ReportSummary& report) {
   }
 }
 
-void renderTable(std::ostream& out, const ReportSummary& report) {
+void renderTable(std::ostream& out, const Report& report) {
   size_t nameWidth = 10;
-  for (const CollectionSummary& c : report.collections) nameWidth = std::max(nameWidth, std::min<size_t>(c.name.size(), 48));
+  for (const ReportCollection& c : report.collections) nameWidth = std::max(nameWidth, std::min<size_t>(c.name.size(), 48));
   out << "\nCollections\n";
   out << "  " << padRight("Name", nameWidth) << "  " << padLeft("Messages", 12) << "  " << padLeft("Size", 9) << "  "
       << padLeft("Folders", 9) << "\n";
-  for (const CollectionSummary& c : report.collections) {
-    const CounterSummary* messages = c.find("Message count");
-    const CounterSummary* size = c.find("Message size");
-    const CounterSummary* folders = folderCounter(c);
+  for (const ReportCollection& c : report.collections) {
+    const ReportCounter* messages = c.find("Message count");
+    const ReportCounter* size = c.find("Message size");
+    const ReportCounter* folders = folderCounter(c);
     out << "  " << padRight(c.name, nameWidth) << "  " << padLeft(messages ? formatCount(messages->count) : "-", 12)
-        << "  " << padLeft(size && size->hasSum ? formatSize(size->sum) : "-", 9) << "  "
+        << "  " << padLeft(size && !size->valueOnly ? formatSize(size->sum) : "-", 9) << "  "
         << padLeft(folders ? formatCount(folders->count) : "-", 9) << "\n";
   }
 }
 
-void renderHistogram(std::ostream& out, const CounterSummary& h, const SummaryOptions& options) {
+void renderHistogram(std::ostream& out, const ReportCounter& h, const SummaryOptions& options) {
   const bool bytes = isSizeCounter(h.name);
   out << "    " << h.name << ": " << formatCount(h.count) << " samples, avg "
       << average(h, bytes) << ", max "
@@ -176,16 +176,16 @@ void renderHistogram(std::ostream& out, const CounterSummary& h, const SummaryOp
   }
 }
 
-void renderCollection(std::ostream& out, const CollectionSummary& c, const SummaryOptions& options) {
+void renderCollection(std::ostream& out, const ReportCollection& c, const SummaryOptions& options) {
   out << "\n  " << c.name << "\n";
   for (const char* name : kBodyCounters) {
-    const CounterSummary* counter = c.find(name);
+    const ReportCounter* counter = c.find(name);
     if (!counter || counter->count == 0) continue;
     out << "    " << padRight(counter->name + ":", 22) << padLeft(formatCount(counter->count), 9) << " x avg "
         << average(*counter, true) << "\n";
   }
   for (const char* name : kMainHistograms) {
-    const CounterSummary* counter = c.find(name);
+    const ReportCounter* counter = c.find(name);
     if (counter && counter->histogram && counter->count != 0) renderHistogram(out, *counter, options);
   }
 }
@@ -229,17 +229,12 @@ std::string formatLimit(unsigned long long limit, bool bytes) {
   return formatCount(limit) + " " + kUnits[unit];
 }
 
-void renderSummary(std::ostream& out, const ReportSummary& report, const SummaryOptions& options) {
+void renderSummary(std::ostream& out, const Report& report, const SummaryOptions& options) {
   out << "Store statistics report";
   if (!report.version.empty()) out << " (format " << report.version << ")";
   out << "\n";
-  out << "  Product " << (report.productVersion.empty() ? "?" : report.productVersion) << " build "
-      << (report.build.empty() ? "?" : report.build) << " on " << (report.osName.empty() ? "?" : report.osName)
-      << " (os code " << (report.osCode.empty() ? "?" : report.osCode) << ")\n";
-  if (!report.complete) {
-    out << "  WARNING: the report is incomplete (it ends before its closing element); the figures cover only "
-           "what it holds.\n";
-  }
+  out << "  Product " << (report.productVersion.empty() ? "?" : report.productVersion) << " build " << report.build
+      << " on " << (report.osName.empty() ? "?" : report.osName) << " (os code " << report.osCode << ")\n";
   out << "\n";
   renderTotals(out, report);
   if (report.collections.empty()) {
@@ -249,13 +244,13 @@ void renderSummary(std::ostream& out, const ReportSummary& report, const Summary
   renderTable(out, report);
   if (!options.showHistograms) return;
 
-  std::vector<const CollectionSummary*> withData;
-  for (const CollectionSummary& c : report.collections) {
+  std::vector<const ReportCollection*> withData;
+  for (const ReportCollection& c : report.collections) {
     if (hasData(c)) withData.push_back(&c);
   }
   if (withData.empty()) return;
   out << "\nDistributions (collections with data)\n";
-  for (const CollectionSummary* c : withData) renderCollection(out, *c, options);
+  for (const ReportCollection* c : withData) renderCollection(out, *c, options);
 }
 
 }  // namespace cli

@@ -27,7 +27,7 @@ std::string formatSize(unsigned long long bytes);
 // Exact label of a histogram limit: "100 B", "15 kB", "500 MB" for sizes, "20,000" for counts.
 std::string formatLimit(unsigned long long limit, bool bytes);
 
-void renderSummary(std::ostream& out, const ReportSummary& report, const SummaryOptions& options = SummaryOptions());
+void renderSummary(std::ostream& out, const Report& report, const SummaryOptions& options = SummaryOptions());
 
 }  // namespace cli
 }  // namespace vorlane

@@ -38,6 +38,7 @@
 #include <string>
 #include <thread>
 
+#include "command_line.h"
 #include "commands.h"
 #include "progress_display.h"
 #include "report_reader.h"
@@ -58,7 +59,6 @@ namespace {
 enum ExitCode {
   kExitReport = 0,
   kExitFailed = 1,
-  kExitUsage = 2,
   kExitNoStore = 3,
   kExitNoServer = 4,
   kExitServerDied = 5,
@@ -125,129 +125,10 @@ struct ScanOptions {
   bool noWait = false;
 };
 
-void printScanUsage(FILE* out) {
-  std::fprintf(out,
-               "usage: vstat scan STORE_DIR [--server PATH] [--report FILE] [--product-version V]\n"
-               "                  [--build N] [--os-name S] [--os-code N] [--verbose] [--no-histograms]\n"
-               "                  [--no-wait]\n"
-               "Scans the message store under STORE_DIR/mail with vstatserver and prints a summary of its\n"
-               "report (%s).\n"
-               "  --server PATH          the server program (default: vstatserver next to vstat)\n"
-               "  --report FILE          also copy the report to FILE (or into FILE, a directory)\n"
-               "  --product-version V    product version written into the report (default \"%s\")\n"
-               "  --build N              build number written into the report (default %lu)\n"
-               "  --os-name S            operating system name (default: uname system and release)\n"
-               "  --os-code N            operating system code (default %lu)\n"
-               "  --verbose              also show the server's debug log records\n"
-               "  --no-histograms        summary without the histogram bars\n"
-               "  --no-wait              fail at once when another scan is running, instead of waiting\n"
-               "Ctrl-C stops the scan and reports what was counted; a second Ctrl-C aborts at once.\n"
-               "Exit status: 0 report written, 1 job failed or stopped, 2 usage error, 3 store missing,\n"
-               "4 server program missing, 5 server died or hung, 6 report unreadable or not copied,\n"
-               "7 another scan is running (--no-wait).\n",
-               kReportPath, kDefaultProductVersion, kDefaultBuild, kDefaultOsCode);
-}
-
-bool parseU32(const char* text, unsigned long& value) {
-  if (!text || *text < '0' || *text > '9') return false;
-  errno = 0;
-  char* end = nullptr;
-  const unsigned long long v = std::strtoull(text, &end, 10);
-  if (errno != 0 || *end != '\0' || v > 0xFFFFFFFFull) return false;
-  value = static_cast<unsigned long>(v);
-  return true;
-}
-
 std::string defaultOsName() {
   struct utsname u;
   if (uname(&u) != 0) return "unknown";
   return std::string(u.sysname) + " " + u.release;
-}
-
-// Returns kExitReport when the options are usable, else kExitUsage after saying why.
-int parseOptions(int argc, char** argv, ScanOptions& options, bool& helpShown) {
-  helpShown = false;
-  options.osName = defaultOsName();
-  for (int i = 0; i < argc; ++i) {
-    std::string arg = argv[i];
-    if (arg == "--help" || arg == "-h") {
-      printScanUsage(stdout);
-      helpShown = true;
-      return kExitReport;
-    }
-    if (arg == "--verbose" || arg == "-v") {
-      options.verbose = true;
-      continue;
-    }
-    if (arg == "--no-histograms") {
-      options.histograms = false;
-      continue;
-    }
-    if (arg == "--no-wait") {
-      options.noWait = true;
-      continue;
-    }
-    if (arg.size() < 2 || arg.compare(0, 2, "--") != 0) {
-      if (arg.size() > 1 && arg[0] == '-') {
-        std::fprintf(stderr, "vstat scan: unknown option '%s'\n", arg.c_str());
-        return kExitUsage;
-      }
-      if (!options.storeDir.empty()) {
-        std::fprintf(stderr, "vstat scan: more than one store directory given ('%s' and '%s')\n",
-                     options.storeDir.c_str(), arg.c_str());
-        return kExitUsage;
-      }
-      options.storeDir = arg;
-      continue;
-    }
-    // --name value or --name=value.
-    std::string name = arg;
-    std::string value;
-    const size_t eq = arg.find('=');
-    if (eq != std::string::npos) {
-      name = arg.substr(0, eq);
-      value = arg.substr(eq + 1);
-    } else if (i + 1 < argc) {
-      value = argv[++i];
-    } else {
-      std::fprintf(stderr, "vstat scan: option '%s' needs a value\n", arg.c_str());
-      return kExitUsage;
-    }
-    // The limits are those of the request's fixed fields, less the terminating NUL.
-    struct TextOption { const char* name; std::string* target; size_t maxLength; };
-    const TextOption texts[] = {{"--server", &options.serverPath, PATH_MAX - 1},
-                                {"--report", &options.reportCopy, PATH_MAX - 1},
-                                {"--product-version", &options.productVersion,
-                                 sizeof(vstat::ProcessStoreReqBuffT().productVersion) - 1},
-                                {"--os-name", &options.osName, sizeof(vstat::ProcessStoreReqBuffT().osName) - 1}};
-    bool known = false;
-    for (const TextOption& t : texts) {
-      if (name != t.name) continue;
-      known = true;
-      if (value.size() > t.maxLength || (value.empty() && (name == "--server" || name == "--report"))) {
-        std::fprintf(stderr, "vstat scan: %s must be 1 to %zu characters long\n", t.name, t.maxLength);
-        return kExitUsage;
-      }
-      *t.target = value;
-    }
-    if (name == "--build" || name == "--os-code") {
-      known = true;
-      if (!parseU32(value.c_str(), name == "--build" ? options.build : options.osCode)) {
-        std::fprintf(stderr, "vstat scan: %s needs a number from 0 to 4294967295, not '%s'\n", name.c_str(),
-                     value.c_str());
-        return kExitUsage;
-      }
-    }
-    if (!known) {
-      std::fprintf(stderr, "vstat scan: unknown option '%s'\n", name.c_str());
-      return kExitUsage;
-    }
-  }
-  if (options.storeDir.empty()) {
-    std::fprintf(stderr, "vstat scan: no store directory given\n");
-    return kExitUsage;
-  }
-  return kExitReport;
 }
 
 // The store is checked before anything is started: the server would only find an empty walk.
@@ -541,7 +422,7 @@ class ScanRun {
     int status = outcome_.stopRequested ? kExitFailed : kExitReport;
     // Read once: the summary and the copy come from the same text, whatever happens to the file later.
     std::string text;
-    ReportSummary report;
+    Report report;
     std::string error;
     if (!readReportText(kReportPath, text, error) || !parseReport(text, report, error)) {
       std::fprintf(stderr, "vstat scan: %s: %s\n", kReportPath, error.c_str());
@@ -572,18 +453,8 @@ class ScanRun {
   JobOutcome outcome_;
 };
 
-}  // namespace
-
-int runScanCommand(int argc, char** argv) {
-  ScanOptions options;
-  bool helpShown = false;
-  int status = parseOptions(argc, argv, options, helpShown);
-  if (helpShown) return kExitReport;
-  if (status != kExitReport) {
-    std::fprintf(stderr, "Run 'vstat scan --help' for the options.\n");
-    return status;
-  }
-  status = checkStore(options);
+int runScan(ScanOptions& options) {
+  int status = checkStore(options);
   if (status != kExitReport) return status;
   status = checkReportTarget(options);
   if (status != kExitReport) return status;
@@ -593,6 +464,44 @@ int runScanCommand(int argc, char** argv) {
   InterruptGuard interrupts;
   ScanRun run(options);
   return run.run();
+}
+
+}  // namespace
+
+void addScanCommand(CommandLine& cli) {
+  auto options = std::make_shared<ScanOptions>();
+  options->osName = defaultOsName();
+  CLI::App* scan = cli.addCommand("scan", "Scan a message store with vstatserver and summarise its report",
+                                  [options] { return runScan(*options); });
+  const vstat::ProcessStoreReqBuffT request{};
+  scan->add_option("STORE_DIR", options->storeDir, "The store; its messages are under STORE_DIR/mail")->required();
+  scan->add_option("--server", options->serverPath, "The server program (default: vstatserver next to vstat)")
+      ->check(textOfLength(PATH_MAX - 1))
+      ->type_name("PATH");
+  scan->add_option("--report", options->reportCopy, "Also copy the report to FILE (or into FILE, a directory)")
+      ->check(textOfLength(PATH_MAX - 1))
+      ->type_name("FILE");
+  // The limits are those of the request's fixed fields, less the terminating NUL.
+  scan->add_option("--product-version", options->productVersion, "Product version written into the report")
+      ->check(textOfLength(sizeof request.productVersion - 1, true))
+      ->capture_default_str();
+  scan->add_option("--build", options->build, "Build number written into the report")
+      ->check(numberUpTo(0xFFFFFFFFul))
+      ->capture_default_str();
+  scan->add_option("--os-name", options->osName, "Operating system name (default: uname system and release)")
+      ->check(textOfLength(sizeof request.osName - 1, true));
+  scan->add_option("--os-code", options->osCode, "Operating system code written into the report")
+      ->check(numberUpTo(0xFFFFFFFFul))
+      ->capture_default_str();
+  scan->add_flag("-v,--verbose", options->verbose, "Also show the server's debug log records");
+  scan->add_flag_callback("--no-histograms", [options] { options->histograms = false; },
+                          "Summary without the histogram bars");
+  scan->add_flag("--no-wait", options->noWait, "Fail at once when another scan is running, instead of waiting");
+  scan->footer(std::string("The server writes its report to ") + kReportPath +
+               ". Ctrl-C stops the scan and reports what was counted; a second Ctrl-C aborts at once.\n"
+               "Exit status: 0 report written, 1 job failed or stopped, 2 usage error, 3 store missing,\n"
+               "4 server program missing, 5 server died or hung, 6 report unreadable or not copied,\n"
+               "7 another scan is running (--no-wait).");
 }
 
 }  // namespace cli

@@ -7,6 +7,7 @@
 #include <string>
 
 #include "commands.h"
+#include <memory>
 #include "report_reader.h"
 #include "report_summary.h"
 
@@ -15,54 +16,33 @@ namespace cli {
 
 namespace {
 
-void printShowUsage(FILE* out) {
-  std::fprintf(out,
-               "usage: vstat show REPORT.xml [--no-histograms]\n"
-               "Prints a readable summary of a store statistics report.\n"
-               "  --no-histograms  totals and the collection table only\n"
-               "Exit status: 0 shown, 1 unreadable or not a report, 2 usage error.\n");
+struct ShowOptions {
+  std::string path;
+  SummaryOptions summary;
+};
+
+int runShow(const ShowOptions& options, std::ostream& out, std::ostream& err) {
+  Report report;
+  std::string error;
+  if (!readReport(options.path, report, error)) {
+    err << "vstat show: " << error << '\n';
+    return 1;
+  }
+  renderSummary(out, report, options.summary);
+  out << "\nReport: " << options.path << std::endl;
+  return 0;
 }
 
 }  // namespace
 
-int runShowCommand(int argc, char** argv) {
-  const char* path = nullptr;
-  SummaryOptions options;
-  for (int i = 0; i < argc; ++i) {
-    const char* arg = argv[i];
-    if (std::strcmp(arg, "--help") == 0 || std::strcmp(arg, "-h") == 0) {
-      printShowUsage(stdout);
-      return 0;
-    }
-    if (std::strcmp(arg, "--no-histograms") == 0) {
-      options.showHistograms = false;
-    } else if (arg[0] == '-' && arg[1] != '\0') {
-      std::fprintf(stderr, "vstat show: unknown option '%s'\n", arg);
-      printShowUsage(stderr);
-      return 2;
-    } else if (path) {
-      std::fprintf(stderr, "vstat show: more than one report given ('%s' and '%s')\n", path, arg);
-      printShowUsage(stderr);
-      return 2;
-    } else {
-      path = arg;
-    }
-  }
-  if (!path) {
-    std::fprintf(stderr, "vstat show: no report file given\n");
-    printShowUsage(stderr);
-    return 2;
-  }
-
-  ReportSummary report;
-  std::string error;
-  if (!readReport(path, report, error)) {
-    std::fprintf(stderr, "vstat show: %s\n", error.c_str());
-    return 1;
-  }
-  renderSummary(std::cout, report, options);
-  std::cout << "\nReport: " << path << std::endl;
-  return 0;
+void addShowCommand(CommandLine& cli) {
+  auto options = std::make_shared<ShowOptions>();
+  CLI::App* show = cli.addCommand("show", "Summarise a store statistics report",
+                                  [options, &cli] { return runShow(*options, cli.out(), cli.err()); });
+  show->add_option("REPORT", options->path, "The report file")->required();
+  show->add_flag_callback("--no-histograms", [options] { options->summary.showHistograms = false; },
+                          "Totals and the collection table only");
+  show->footer("Exit status: 0 shown, 1 unreadable or not a report, 2 usage error.");
 }
 
 }  // namespace cli

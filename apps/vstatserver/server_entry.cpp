@@ -9,7 +9,9 @@
 #include <cstdlib>
 #include <cstring>
 
+#include "stat/scan_settings.h"
 #include "stat/vstat_server.h"
+#include "utils/idle_priority.h"
 
 namespace {
 
@@ -59,6 +61,11 @@ std::string joinArguments(int argc, char** argv) {
 int run(const char* cmdLine) {
   signal(SIGPIPE, SIG_IGN);
   DebugStream debug;
+  // Before any thread starts, so that every thread of the server inherits the lower priorities.
+  std::string error;
+  if (scanSettingsFromEnvironment().gentle && !vorlane::utils::enterIdlePriority(error) && debug.get()) {
+    fprintf(debug.get(), "vstatserver: gentle mode: %s\n", error.c_str());
+  }
   VStatServer server(cmdLine, debug.get());
   if (!server.init()) return -1;
   server.run();

@@ -12,6 +12,9 @@
 // appended to (created with mode 0600 when missing). A file that cannot be opened is reported once on
 // standard error and the server runs silent.
 //
+// With VSTAT_GENTLE=1 (see stat/scan_settings.h) the whole server runs at idle I/O priority and nice 19;
+// a failure to lower them is a debug line, not a reason to refuse the job.
+//
 // SIGPIPE is ignored: a parent that goes away makes the next write fail, which ends the send thread
 // and run(), instead of killing the process.
 #pragma once

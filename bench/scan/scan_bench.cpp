@@ -1,6 +1,9 @@
 // Times one statistics job of the real vstatserver (ProcessStore request until the process has exited)
-// on generated stores, against a plain walk that reads the same message files with 4096-byte reads in
-// the same run, and reports the server's peak resident memory. Prints figures only; asserts nothing.
+// on generated stores with 1, 2 and the default number of parser threads, against a plain single-threaded
+// walk that reads the same message files with 4096-byte reads in the same run, with a warm page cache and,
+// when this process may drop the page cache (root), with a cold one; reports the server's peak resident
+// memory and how much the page cache grew during a cold job with and without gentle mode. Prints figures
+// only; asserts nothing.
 //
 //   bench_scan [--runs R] [--work DIR] [MESSAGES ...]      (default: 5000 50000, 3 runs)
 //   bench_scan [--runs R] --store STORE_DIR                 (an existing store, e.g. one written by mkstore)
@@ -11,7 +14,6 @@
 #include <dirent.h>
 #include <fcntl.h>
 #include <strings.h>
-#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -38,14 +40,6 @@
 namespace {
 
 using Clock = std::chrono::steady_clock;
-
-// CPU time (user + system) this process has used so far.
-double ownCpuSeconds() {
-  struct rusage ru;
-  getrusage(RUSAGE_SELF, &ru);
-  return static_cast<double>(ru.ru_utime.tv_sec + ru.ru_stime.tv_sec) +
-         static_cast<double>(ru.ru_utime.tv_usec + ru.ru_stime.tv_usec) / 1e6;
-}
 
 double secondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
@@ -219,50 +213,138 @@ double median(std::vector<double> v) {
   return v.empty() ? 0 : v.size() % 2 ? v[v.size() / 2] : (v[v.size() / 2 - 1] + v[v.size() / 2]) / 2;
 }
 
-// Warms the page cache, then alternates jobs and plain reads `runs` times and prints the medians.
+// The server's own default: online CPUs, at most 8.
+unsigned defaultThreads() {
+  const long cpus = sysconf(_SC_NPROCESSORS_ONLN);
+  return cpus < 1 ? 1 : cpus > 8 ? 8 : static_cast<unsigned>(cpus);
+}
+
+// The server takes its parser thread count and its gentle mode from the environment it inherits.
+JobResult runJobWith(const std::string& server, const std::string& storeDir, unsigned threads, bool gentle) {
+  setenv("VSTAT_THREADS", std::to_string(threads).c_str(), 1);
+  if (gentle) {
+    setenv("VSTAT_GENTLE", "1", 1);
+  } else {
+    unsetenv("VSTAT_GENTLE");
+  }
+  return runJob(server, storeDir);
+}
+
+// Writes back and drops the whole page cache; false when this process may not (not root, or a container).
+bool dropPageCache() {
+  sync();
+  const int fd = open("/proc/sys/vm/drop_caches", O_WRONLY | O_CLOEXEC);
+  if (fd < 0) return false;
+  const bool dropped = write(fd, "3", 1) == 1;
+  close(fd);
+  return dropped;
+}
+
+// The page cache's size in KiB ("Cached" in /proc/meminfo).
+long cachedKiB() {
+  std::ifstream meminfo("/proc/meminfo");
+  std::string line;
+  while (std::getline(meminfo, line)) {
+    if (line.compare(0, 7, "Cached:") == 0) return atol(line.c_str() + 7);
+  }
+  return 0;
+}
+
+double timedPlainRead(const std::vector<std::string>& messageDirs) {
+  const Clock::time_point start = Clock::now();
+  plainRead(messageDirs);
+  return secondsSince(start);
+}
+
+// Medians of one job configuration over the runs.
+struct JobFigures {
+  std::vector<double> seconds, ratios, user, system, peakKiB, cacheGrowthKiB;
+  void add(const JobResult& r, double floorSeconds) {
+    seconds.push_back(r.seconds);
+    ratios.push_back(r.seconds / floorSeconds);
+    user.push_back(r.userSeconds);
+    system.push_back(r.systemSeconds);
+    peakKiB.push_back(static_cast<double>(r.peakKiB));
+  }
+  void print(const std::string& label, double megabytes) const {
+    const double t = median(seconds);
+    printf("  %-22s %7.3f s  %6.1f MB/s  x%.2f of the floor  CPU %.2f user %.2f sys  peak %.1f MiB", label.c_str(), t,
+           megabytes / t, median(ratios), median(user), median(system), median(peakKiB) / 1024.0);
+    if (!cacheGrowthKiB.empty()) printf("  cache +%.1f MB", median(cacheGrowthKiB) / 1024.0);
+    printf("\n");
+  }
+};
+
+// Runs one job; on failure prints why and returns false.
+bool runInto(const std::string& server, const std::string& storeDir, unsigned threads, bool gentle,
+             double floorSeconds, JobFigures& figures, JobResult& last) {
+  last = runJobWith(server, storeDir, threads, gentle);
+  if (!last.ok) {
+    printf("  job with %u threads FAILED: %s\n", threads, last.problem.c_str());
+    return false;
+  }
+  figures.add(last, floorSeconds);
+  return true;
+}
+
+// Warm cache: the job with 1, 2 and the default number of parser threads against the single-threaded
+// 4 KiB read floor, run after run. Cold cache (when this process may drop the page cache): the floor, the
+// job with 1 and the default threads, and the default job in gentle mode, each after dropping the cache;
+// the page cache's growth during the default and the gentle job.
 void measure(const std::string& server, const std::string& storeDir, int runs,
              const vorlane::mkstore::Manifest* manifest) {
   std::vector<std::string> messageDirs;
   collectMessageDirs(storeDir + vorlane::vstat::kMailRoot, messageDirs);
-  const ReadTotals warm = plainRead(messageDirs);  // warms the page cache for both measurements
+  const ReadTotals totals = plainRead(messageDirs);  // warms the page cache
+  const double megabytes = static_cast<double>(totals.bytes) / 1e6;
+  printf("  message files       %" PRIu64 " (%.1f MB) read by the walk\n", totals.files, megabytes);
 
-  std::vector<double> jobTimes, readTimes, ratios, peaks, userTimes, systemTimes, readCpu, cpuRatios;
+  const unsigned threadsN = defaultThreads();
+  std::vector<unsigned> threadCounts = {1, 2};
+  if (threadsN > 2) threadCounts.push_back(threadsN);
+  std::vector<JobFigures> warm(threadCounts.size());
+  std::vector<double> floors;
   JobResult last;
   for (int r = 0; r < runs; ++r) {
-    last = runJob(server, storeDir);
-    if (!last.ok) break;
-    const Clock::time_point readStart = Clock::now();
-    const double cpuStart = ownCpuSeconds();
-    plainRead(messageDirs);
-    const double readSeconds = secondsSince(readStart);
-    readCpu.push_back(ownCpuSeconds() - cpuStart);
-    cpuRatios.push_back((last.userSeconds + last.systemSeconds) / readCpu.back());
-    jobTimes.push_back(last.seconds);
-    readTimes.push_back(readSeconds);
-    ratios.push_back(last.seconds / readSeconds);
-    peaks.push_back(static_cast<double>(last.peakKiB));
-    userTimes.push_back(last.userSeconds);
-    systemTimes.push_back(last.systemSeconds);
+    floors.push_back(timedPlainRead(messageDirs));
+    for (size_t i = 0; i < threadCounts.size(); ++i) {
+      if (!runInto(server, storeDir, threadCounts[i], false, floors.back(), warm[i], last)) return;
+    }
   }
+  printf("  warm cache (default threads: %u)\n", threadsN);
+  printf("  %-22s %7.3f s  %6.1f MB/s\n", "4 KiB read floor", median(floors), megabytes / median(floors));
+  for (size_t i = 0; i < threadCounts.size(); ++i) {
+    warm[i].print("job, " + std::to_string(threadCounts[i]) + " thread" + (threadCounts[i] > 1 ? "s" : ""), megabytes);
+  }
+  printf("  (%u progress events, report %s)\n", last.events, last.reportWritten ? "written" : "NOT written");
+  if (manifest) checkReport(*manifest);
 
-  printf("  message files       %" PRIu64 " (%.1f MB) read by the walk\n", warm.files,
-         static_cast<double>(warm.bytes) / 1e6);
-  if (!last.ok) {
-    printf("  job                 FAILED: %s\n", last.problem.c_str());
+  if (!dropPageCache()) {
+    printf("  cold cache          not measured: /proc/sys/vm/drop_caches is not writable here\n");
     return;
   }
-  const double job = median(jobTimes), read = median(readTimes);
-  printf("  job (request->exit) %.3f s   (%.1f MB/s, %.0f messages/s; %u progress events, report %s)\n", job,
-         static_cast<double>(warm.bytes) / 1e6 / job, static_cast<double>(warm.files) / job, last.events,
-         last.reportWritten ? "written" : "NOT written");
-  printf("  server CPU          %.3f s user, %.3f s system\n", median(userTimes), median(systemTimes));
-  printf("  plain 4 KiB read    %.3f s   (%.1f MB/s)\n", read, static_cast<double>(warm.bytes) / 1e6 / read);
-  printf("  plain read CPU      %.3f s\n", median(readCpu));
-  printf("  ratio job/read      %.2f     (median of per-run ratios of elapsed time; target <= 2)\n", median(ratios));
-  printf("  ratio of CPU time   %.2f     (server CPU / plain read CPU; less sensitive to a busy machine)\n",
-         median(cpuRatios));
-  printf("  server peak memory  %.1f MiB (VmHWM of the server; target < 16 MiB)\n", median(peaks) / 1024.0);
-  if (manifest) checkReport(*manifest);
+  std::vector<double> coldFloors;
+  JobFigures coldOne, coldN, coldGentle;
+  for (int r = 0; r < runs; ++r) {
+    dropPageCache();
+    coldFloors.push_back(timedPlainRead(messageDirs));
+    dropPageCache();
+    if (!runInto(server, storeDir, 1, false, coldFloors.back(), coldOne, last)) return;
+    dropPageCache();
+    long before = cachedKiB();
+    if (!runInto(server, storeDir, threadsN, false, coldFloors.back(), coldN, last)) return;
+    coldN.cacheGrowthKiB.push_back(static_cast<double>(cachedKiB() - before));
+    dropPageCache();
+    before = cachedKiB();
+    if (!runInto(server, storeDir, threadsN, true, coldFloors.back(), coldGentle, last)) return;
+    coldGentle.cacheGrowthKiB.push_back(static_cast<double>(cachedKiB() - before));
+  }
+  printf("  cold cache (page cache dropped before each; cache growth from /proc/meminfo, store %.1f MB)\n",
+         megabytes);
+  printf("  %-22s %7.3f s  %6.1f MB/s\n", "4 KiB read floor", median(coldFloors), megabytes / median(coldFloors));
+  coldOne.print("job, 1 thread", megabytes);
+  coldN.print("job, " + std::to_string(threadsN) + " threads", megabytes);
+  coldGentle.print("job, " + std::to_string(threadsN) + " threads, gentle", megabytes);
 }
 
 }  // namespace

@@ -12,9 +12,8 @@ namespace mime {
 char* common_mail_struct::split_header(char* line) {
   char* colon = std::strchr(line, ':');
   if (colon == nullptr) return nullptr;
-  char* name_end = colon;
-  while (name_end > line && (name_end[-1] == ' ' || name_end[-1] == '\t')) --name_end;
-  *name_end = '\0';
+  // The name is cut at the colon as it stands: "Content-Type :" names no content header.
+  *colon = '\0';
   char* value = colon + 1;
   while (ascii_space(*value)) ++value;
   return value;

@@ -34,9 +34,9 @@ class common_mail_struct {
   uint32_t total_lines = 0;
 
  protected:
-  // Cuts an unfolded header line at its first colon (the name loses trailing blanks, tolerated before the
-  // colon as old mailers wrote them) and returns the value behind leading white space; null when there is
-  // no colon.
+  // Cuts an unfolded header line at its first colon, the name kept exactly as written (blanks before the
+  // colon stay part of it, so such a name matches no known header), and returns the value behind leading
+  // white space; null when there is no colon.
   static char* split_header(char* line);
 };
 

@@ -154,7 +154,7 @@ void mail_struct::add_to_body(uint32_t bytes, uint32_t lines) {
   total_lines += lines;
 }
 
-mail_struct* mail_struct::parse(utils::VFileStream* stream) {
+mail_struct* mail_struct::parse(utils::VFileStream* stream, const std::atomic<bool>* stop, parse_outcome* outcome) {
   // The status holds two 16 KiB buffers: it goes to the heap so that a reader thread with a small stack is
   // safe, once per thread, and is reset for every message, so a walk over many messages does not allocate
   // and release 32 KiB for each.
@@ -164,12 +164,23 @@ mail_struct* mail_struct::parse(utils::VFileStream* stream) {
   } else {
     status.reset(new parse_status);
   }
-  return do_parse(stream, status.get(), 0, 0);
+  status->stop = stop;
+  std::unique_ptr<mail_struct> tree(do_parse(stream, status.get(), 0, 0));
+  if (outcome != nullptr) *outcome = status->outcome;
+  status->stop = nullptr;
+  return status->outcome == parse_outcome::parsed ? tree.release() : nullptr;
 }
 
 mail_struct* mail_struct::do_parse(utils::VFileStream* stream, parse_status* status, int depth,
                                    int boundary_level) {
-  if (depth > MIME_MAX_DEPTH) return nullptr;
+  if (depth > MIME_MAX_DEPTH) {
+    status->fail(parse_outcome::too_deep);
+    return nullptr;
+  }
+  if (++status->part_count > MIME_MAX_PARTS) {
+    status->fail(parse_outcome::too_many_parts);
+    return nullptr;
+  }
   std::unique_ptr<mail_struct> node(new mail_struct);
   // Every byte the parse takes goes through mime_get_line, which keeps the position: the stream is asked
   // once per message, not twice per part.
@@ -202,10 +213,9 @@ mail_struct* mail_struct::do_parse(utils::VFileStream* stream, parse_status* sta
         case multipart_result::failed:
           return nullptr;
         case multipart_result::degraded:
-          // The first boundary never came: the preamble already holds everything up to the end of
-          // input or up to a boundary of an enclosing part, so there is no body left to read.
-          node->make_plain_text();
-          return node.release();
+          // The first boundary never came. The part is read on as a plain leaf past the line that ended
+          // the preamble: an enclosing part's boundary line is then counted by no part at all.
+          break;
       }
     }
     node->make_plain_text();

@@ -3,8 +3,9 @@
 // next sibling; a node owns its first child and, through it, the whole chain of its children. Bodies are
 // never stored or decoded, only counted: header, body and total bytes and lines of every part, with the
 // line end before a boundary attributed to the boundary line and the boundary lines to their multipart.
-// Limits: nesting depth 200 (deeper makes the whole parse fail), 64 nested boundaries (deeper multiparts
-// are read as plain text), lines of MIME_LINE_MAX bytes, headers of MIME_HEADER_MAX bytes.
+// Limits: nesting depth 200 and MIME_MAX_PARTS parts per message (beyond either the whole parse fails), 64
+// nested boundaries (deeper multiparts are read as plain text), line pieces of MIME_LINE_MAX - 1 bytes,
+// headers of MIME_HEADER_MAX bytes. A stop flag given to parse is polled every MIME_STOP_POLL_LINES lines.
 // Not thread-safe: a tree is built and read by one thread. parse keeps its reading state (about 32 KiB)
 // per thread, so parses on different threads do not share anything.
 #pragma once
@@ -15,6 +16,7 @@
 #include "mime/mail_attr.h"
 #include "mime/mail_struct_envelope.h"
 #include "mime/owned_str.h"
+#include "mime/parse_status.h"
 
 namespace vorlane {
 namespace utils {
@@ -22,19 +24,22 @@ class VFileStream;
 }
 namespace mime {
 
-class parse_status;
-
 constexpr int MIME_MAX_DEPTH = 200;
 constexpr int MIME_MAX_BOUNDARY_LEVEL = 64;
+// Parts of one message's tree. A part costs about 730 bytes with its strings, so a tree stays near 7 MB;
+// real mail has a few hundred parts at most.
+constexpr size_t MIME_MAX_PARTS = 10000;
 
 class mail_struct : public common_mail_struct {
  public:
   mail_struct() = default;
   ~mail_struct() override;
 
-  // Parses the message at the stream's current position. Null when the structure nests deeper than
-  // MIME_MAX_DEPTH; otherwise a tree the caller owns and deletes.
-  static mail_struct* parse(utils::VFileStream* stream);
+  // Parses the message at the stream's current position: a tree the caller owns and deletes, or null when
+  // the structure nests deeper than MIME_MAX_DEPTH, has more than MIME_MAX_PARTS parts, or `stop` (may be
+  // null; polled with a relaxed load every few thousand lines) was set. `outcome`, when given, says which.
+  static mail_struct* parse(utils::VFileStream* stream, const std::atomic<bool>* stop = nullptr,
+                            parse_outcome* outcome = nullptr);
   // Parses one part from the stream's current position; null when it (or a part inside it) failed.
   static mail_struct* do_parse(utils::VFileStream* stream, parse_status* status, int depth, int boundary_level);
 

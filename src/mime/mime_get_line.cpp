@@ -38,6 +38,18 @@ bool mime_end_of_input(parse_status* status) {
   return false;
 }
 
+bool mime_poll(parse_status* status) {
+  if (status->stop != nullptr && status->stop->load(std::memory_order_relaxed)) {
+    status->fail(parse_outcome::stopped);
+  }
+  if (status->outcome != parse_outcome::parsed) {
+    status->poll_countdown = 1;
+    return true;
+  }
+  status->poll_countdown = MIME_STOP_POLL_LINES;
+  return false;
+}
+
 bool mime_match_boundary(parse_status* status, const char* own_boundary) {
   const char* line = status->line;
   const size_t len = status->line_len;

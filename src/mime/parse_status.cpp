@@ -28,6 +28,10 @@ void parse_status::reset() {
   line_len = 0;
   trailing_term_len = 0;
   position = -1;
+  part_count = 0;
+  stop = nullptr;
+  poll_countdown = MIME_STOP_POLL_LINES;
+  outcome = parse_outcome::parsed;
 }
 
 void parse_status::clear_boundaries() {

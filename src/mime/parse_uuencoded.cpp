@@ -23,13 +23,12 @@ bool is_blank(char c) { return c == ' ' || c == '\t'; }
 bool is_space(char c) { return ascii_space(c); }
 
 // "begin", white space, optional further white space, then the first digit of the file mode. The scan
-// stays inside one line buffer.
+// stays inside the line piece, which never exceeds the line buffer.
 bool is_begin_line(const char* line, size_t len) {
   if (len < 6 || !starts_with_nocase(line, "begin") || !is_space(line[5])) return false;
-  const size_t limit = len < MIME_LINE_MAX ? len : MIME_LINE_MAX;
   size_t i = 6;
-  while (i < limit && is_space(line[i])) ++i;
-  return i < limit && line[i] >= '0' && line[i] <= '9';
+  while (i < len && is_space(line[i])) ++i;
+  return i < len && line[i] >= '0' && line[i] <= '9';
 }
 
 bool is_blank_line(const char* line, size_t len) {

@@ -24,6 +24,7 @@ class RequestContext {
   void sendResponse(Msg* response);
   // Returns the response and forgets it; the caller owns it.
   Msg* checkOutResponse();
+  const Msg* response() const { return response_; }
 
  private:
   ServerDispatcher& dispatcher_;

@@ -8,7 +8,6 @@
 #include <string>
 
 #include "tiny/thread.h"
-#include "tiny/time_utils.h"
 #include "vcom/debug_line.h"
 
 namespace vorlane {
@@ -26,7 +25,6 @@ Msg* makeU32Msg(uint32_t type, uint32_t seq, uint32_t value) {
 
 ServerDispatcher::ServerDispatcher(const char* cmdLine)
     : stopRecv_(false),
-      stopSend_(false),
       pipe_(cmdLine),
       debug_(nullptr),
       dbgLogOff_(0),
@@ -56,14 +54,7 @@ ServerDispatcher::~ServerDispatcher() {
     pipe_.interruptRecv();
     stopRecvThread();
   }
-  {
-    tiny::VMutexGuard guard(contextMutex_);
-    for (Msg* msg : messageQueue_) delete msg;
-    messageQueue_.clear();
-    std::list<RequestContext*> contexts;
-    contexts.swap(contextQueue_);
-    for (RequestContext* ctx : contexts) delete ctx;
-  }
+  queue_.close();
 }
 
 int ServerDispatcher::handleMessage(Msg*) { return -1; }
@@ -74,7 +65,6 @@ bool ServerDispatcher::init() {
   // thread early then waits for the parent to close its end.
   if (!pipe_.enableRecvInterrupt()) dbgPrint("cannot make receives interruptible: %s\n", strerror(errno));
   stopHeartBeat_ = false;
-  stopSend_ = false;
   stopRecv_ = false;
   sendThreadStarted_ = tiny::createThread(&ServerDispatcher::sendThreadEntry, this, &sendThread_,
                                           tiny::defaultThreadAttributes);
@@ -121,75 +111,25 @@ void ServerDispatcher::stopHeartBeat() {
 
 void ServerDispatcher::stopSendThread() {
   if (!sendThreadStarted_) return;
-  {
-    tiny::VMutexGuard guard(contextMutex_);
-    stopSend_ = true;
-    sendEvent_.signal();
-    sentEvent_.signal();
-  }
+  // What is queued so far still goes out; then the queue closes, which ends the send thread.
+  queue_.waitUntilSent(kSendStallMs);
+  queue_.close();
   tiny::waitForThread(sendThread_);
   sendThread_ = 0;
   sendThreadStarted_ = false;
-
-  // The send thread is gone, so this thread is now the pipe's only writer. Writes happen outside the
-  // mutex: a parent that stops reading must not block threads that only want to queue (they see
-  // stop-send and drop their message).
-  std::list<Msg*> rest;
-  {
-    tiny::VMutexGuard guard(contextMutex_);
-    rest.swap(messageQueue_);
-  }
-  IOError err;
-  while (!rest.empty()) {
-    Msg* msg = rest.front();
-    rest.pop_front();
-    const int rc = pipe_.sendMsg(msg, err);
-    delete msg;
-    if (rc != 0) break;
-  }
-  for (Msg* msg : rest) delete msg;
-  dropSendQueue();
 }
 
-void ServerDispatcher::dropSendQueue() {
-  tiny::VMutexGuard guard(contextMutex_);
-  for (Msg* msg : messageQueue_) delete msg;
-  messageQueue_.clear();
-  queueDrainedEvent_.signal();
-  sentEvent_.signal();
-}
+bool ServerDispatcher::waitUntilSent(long idleMs) { return queue_.waitUntilSent(idleMs); }
 
-bool ServerDispatcher::waitUntilSent(long timeoutMs) {
-  const uint64_t deadline = tiny::getMs64() + static_cast<uint64_t>(timeoutMs);
-  for (;;) {
-    {
-      tiny::VMutexGuard guard(contextMutex_);
-      if (stopSend_ || (messageQueue_.empty() && contextQueue_.empty() && !writing_)) return true;
-    }
-    const uint64_t now = tiny::getMs64();
-    if (now >= deadline) return false;
-    // The event may be stale or wake spuriously; the state is checked again under the mutex.
-    sentEvent_.timedwait(static_cast<long>(deadline - now));
-  }
-}
-
-int ServerDispatcher::sendResponse(Msg* msg) {
+int ServerDispatcher::sendResponse(Msg* msg, SendKind kind) {
   if (!msg) return -1;
-  tiny::VMutexGuard guard(contextMutex_);
-  if (stopSend_) {
-    delete msg;
-    return 0;
-  }
-  if (messageQueue_.empty() && contextQueue_.empty()) sendEvent_.signal();
-  messageQueue_.push_back(msg);
+  queue_.push(msg, kind);
   return 0;
 }
 
 int ServerDispatcher::sendResponse(RequestContext* ctx) {
   if (!ctx) return -1;
-  tiny::VMutexGuard guard(contextMutex_);
-  if (messageQueue_.empty() && contextQueue_.empty()) sendEvent_.signal();
-  contextQueue_.push_back(ctx);
+  queue_.push(ctx);
   return 0;
 }
 
@@ -208,37 +148,6 @@ Msg* ServerDispatcher::allocMsgBuf(const Msg* hdr) const {
   return Msg::createFor(*hdr);
 }
 
-bool ServerDispatcher::waitOnSendQueue() {
-  {
-    tiny::VMutexGuard guard(contextMutex_);
-    if (!messageQueue_.empty() || !contextQueue_.empty() || stopSend_) return true;
-  }
-  sendEvent_.wait();
-  tiny::VMutexGuard guard(contextMutex_);
-  return !messageQueue_.empty() || !contextQueue_.empty() || stopSend_;
-}
-
-Msg* ServerDispatcher::popFromSendQ() {
-  waitOnSendQueue();
-  RequestContext* done = nullptr;
-  Msg* msg = nullptr;
-  {
-    tiny::VMutexGuard guard(contextMutex_);
-    if (!messageQueue_.empty()) {
-      msg = messageQueue_.front();
-      messageQueue_.pop_front();
-    } else if (!contextQueue_.empty()) {
-      done = contextQueue_.front();
-      contextQueue_.pop_front();
-      msg = done->checkOutResponse();
-    }
-    writing_ = msg != nullptr;
-  }
-  // The context's destructor takes the mutex itself (removeContext).
-  delete done;
-  return msg;
-}
-
 void ServerDispatcher::sendThreadEntry(void* self) { static_cast<ServerDispatcher*>(self)->sendLoop(); }
 void ServerDispatcher::recvThreadEntry(void* self) { static_cast<ServerDispatcher*>(self)->recvLoop(); }
 void ServerDispatcher::heartBeatThreadEntry(void* self) {
@@ -247,23 +156,15 @@ void ServerDispatcher::heartBeatThreadEntry(void* self) {
 
 void ServerDispatcher::sendLoop() {
   IOError err;
-  while (!stopSend_) {
-    Msg* msg = popFromSendQ();
-    if (!msg) continue;
+  while (Msg* msg = queue_.pop()) {
     const bool sent = pipe_.sendMsg(msg, err) == 0;
     delete msg;
+    queue_.written();
     if (!sent) {
-      {
-        tiny::VMutexGuard guard(contextMutex_);
-        stopSend_ = true;
-        writing_ = false;
-      }
-      dropSendQueue();
+      // Nobody will read what is queued: drop it, and everything queued from now on.
+      queue_.close();
       break;
     }
-    tiny::VMutexGuard guard(contextMutex_);
-    writing_ = false;
-    if (messageQueue_.empty() && contextQueue_.empty()) sentEvent_.signal();
   }
   signalFinished(sendEnded_);
 }

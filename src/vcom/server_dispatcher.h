@@ -1,7 +1,7 @@
 // The server side of the vcom protocol. Owns the pipe and three threads: the receive thread reads
 // every message, answers the built-in requests (Terminate, Get/SetWorkDir, the three log toggles,
 // GetProtocolVersion, Echo) and passes every other type to handleMessage; the send thread is the only
-// writer of the pipe and drains the send queues; the heartbeat thread queues a HeartBeat at once and
+// writer of the pipe and drains the send queue; the heartbeat thread queues a HeartBeat at once and
 // then once per interval. Any thread may queue a message with sendResponse.
 //
 // Ownership: the dispatcher owns every received message until a handler takes it. handleMessage
@@ -13,13 +13,13 @@
 // queued and the receive loop stops; run() returns). A request above kMaxRequestSize is drained and
 // answered with code 2, so a confused parent can never make the server allocate gigabytes.
 //
-// Locking: the context mutex guards the queues and the request set and is never held while writing
-// to the pipe or waiting on an event. Stop flags and log-off values are atomics.
+// Sending: every message goes through the send queue (send_queue.h), which the send thread drains.
+// Locking: the context mutex guards the request set; the queue has its own lock; neither is held while
+// writing to the pipe or waiting on an event. Stop flags and log-off values are atomics.
 #pragma once
 
 #include <atomic>
 #include <cstdio>
-#include <list>
 #include <set>
 
 #include <boost/noncopyable.hpp>
@@ -29,6 +29,7 @@
 #include "vcom/message_types.h"
 #include "vcom/msg.h"
 #include "vcom/request_context.h"
+#include "vcom/send_queue.h"
 #include "vcom/unix_msg_pipe.h"
 
 namespace vorlane {
@@ -40,6 +41,8 @@ class ServerDispatcher : private boost::noncopyable {
   // store request of 692 bytes or a working-directory path.
   static const uint64_t kMaxRequestSize = 1 << 20;
   static const long kDefaultHeartBeatMs = 60000;
+  // How long stopping waits for queued messages while none of them leaves.
+  static const long kSendStallMs = 5000;
 
   // Builds the pipe from the descriptor numbers in cmdLine; starts nothing.
   explicit ServerDispatcher(const char* cmdLine);
@@ -63,10 +66,11 @@ class ServerDispatcher : private boost::noncopyable {
   void stopHeartBeat();
 
   // Queues a message; the dispatcher owns it from now on (deleted at once once sending has stopped).
-  int sendResponse(Msg* msg);
-  // Blocks until everything queued so far has been written (or sending has stopped), at most timeoutMs.
-  // For a thread that is about to end the process and must not lose its last messages.
-  bool waitUntilSent(long timeoutMs);
+  // Replaceable messages may be superseded by a newer one of their type while the queue is full.
+  int sendResponse(Msg* msg, SendKind kind = SendKind::Normal);
+  // Blocks until everything queued so far has been written, or sending has stopped, or nothing has
+  // left for idleMs (a parent that takes nothing). For a thread that is about to end the process.
+  bool waitUntilSent(long idleMs);
   // Queues a context whose response is ready; the send thread deletes the context.
   int sendResponse(RequestContext* ctx);
   // Queues a GenericResp with req's sequence number; text is cut to 255 characters. Null req: nothing.
@@ -112,23 +116,15 @@ class ServerDispatcher : private boost::noncopyable {
   void dispatch(Msg* msg);
   void toggleLog(Msg* msg, std::atomic<uint32_t>& offValue);
   void queueLogText(uint32_t type, const std::atomic<uint32_t>& offValue, const char* fmt, va_list args);
-  bool waitOnSendQueue();
-  Msg* popFromSendQ();
-  void dropSendQueue();
   void signalFinished(std::atomic<bool>& which);
 
-  tiny::VMutex contextMutex_;
+  tiny::VMutex contextMutex_;  // guards the request set
   std::set<RequestContext*> requestSet_;
-  std::list<RequestContext*> contextQueue_;
-  std::list<Msg*> messageQueue_;
-  tiny::VEvent sendEvent_;
-  tiny::VEvent queueDrainedEvent_;
+  // After the request set: queued contexts remove themselves from it when the queue deletes them.
+  SendQueue queue_;
   tiny::VEvent reqSetEmptyEvent_;
   tiny::VEvent finishedEvent_;
-  tiny::VEvent sentEvent_;  // the queues ran empty and nothing is being written, or sending stopped
-  bool writing_ = false;    // the send thread holds a message it has not finished writing (under the mutex)
   std::atomic<bool> stopRecv_;
-  std::atomic<bool> stopSend_;
   UnixMsgPipe pipe_;
   std::atomic<FILE*> debug_;
   // A stream of log records is sent while its value is 0; all streams start switched on.

@@ -45,13 +45,6 @@ UnixMsgPipe::UnixMsgPipe(const char* cmdLine) : UnixMsgPipe() {
   }
 }
 
-UnixMsgPipe::UnixMsgPipe(const char* readArg, const char* writeArg) : UnixMsgPipe() {
-  childReadArg_ = readArg ? readArg : "";
-  childWriteArg_ = writeArg ? writeArg : "";
-  if (!getFdNum(readArg, &readFd_)) readFd_ = -1;
-  if (!getFdNum(writeArg, &readFd_)) readFd_ = -1;
-}
-
 UnixMsgPipe::~UnixMsgPipe() {
   close();
   closeDuplexPipe();

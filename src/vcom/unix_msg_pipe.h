@@ -25,9 +25,6 @@ class UnixMsgPipe : public MsgPipe {
   UnixMsgPipe();
   // Server side: descriptors from cmdLine; both -1 when it does not parse.
   explicit UnixMsgPipe(const char* cmdLine);
-  // Keeps both strings as the child arguments and parses both into the read descriptor, so the write
-  // descriptor stays -1 and this form never serves; an old quirk kept for callers that relied on it.
-  UnixMsgPipe(const char* readArg, const char* writeArg);
 
   // Writes all len bytes (fsync after each write, a no-op on pipes kept for descriptors that are
   // files). 0 on success, -1 when a write fails or writes nothing. Never raises SIGPIPE.

@@ -2,7 +2,10 @@
  * calling convention, served by the C library's iconv. Programs load it with dlopen and look the
  * entry points up by name, so the function-pointer types below are the contract with the loader.
  *
- * Names: any name the C library knows, with the suffixes it knows ("//TRANSLIT", "//IGNORE").
+ * Names: any name the C library knows, with the suffixes it knows ("//TRANSLIT", "//IGNORE"), and
+ * any spelling that differs from such a name only in letter case and in the characters '-', '_', '.',
+ * ' ' and ':' ("ansi-x3.4-1968", "utf8", "Latin_1"). The C library's names are listed once per process,
+ * by running its own "iconv -l", when a name is first refused as given.
  * "//IGNORE" drops characters the target cannot hold and invalid input sequences and keeps going;
  * a call that dropped something still consumes its whole input and then reports EILSEQ, as the C
  * library does. "ucs-2be" is served as UTF-16 big-endian, so that text beyond the Basic

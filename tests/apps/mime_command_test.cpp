@@ -1,4 +1,4 @@
-#include "mime_command.h"
+#include "commands.h"
 
 #include <gtest/gtest.h>
 #include <sys/stat.h>
@@ -20,11 +20,12 @@ namespace {
 class MimeCommandTest : public ::testing::Test {
  protected:
   int run(std::vector<std::string> args) {
+    args.insert(args.begin(), {"vstat", "mime"});
     std::vector<char*> argv;
     for (std::string& a : args) argv.push_back(&a[0]);
     out_.str("");
     err_.str("");
-    return runMimeCommandTo(static_cast<int>(argv.size()), argv.data(), out_, err_);
+    return runVstat(static_cast<int>(argv.size()), argv.data(), out_, err_);
   }
 
   testing::TempDir dir_;
@@ -91,7 +92,7 @@ TEST_F(MimeCommandTest, UsageErrorsExitWithTwo) {
   for (const std::vector<std::string>& args :
        {std::vector<std::string>{}, std::vector<std::string>{"--json"}, std::vector<std::string>{"--xml", "f"}}) {
     EXPECT_EQ(run(args), 2);
-    EXPECT_NE(err_.str().find("usage: vstat mime"), std::string::npos);
+    EXPECT_NE(err_.str().find("vstat mime: "), std::string::npos) << err_.str();
   }
   // After "--" a name that starts with a hyphen is a file.
   EXPECT_EQ(run({"--", "-not-there"}), 1);

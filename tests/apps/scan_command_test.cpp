@@ -1,4 +1,4 @@
-// vstat scan through runScanCommand: argument errors, store and server checks, and the conversation
+// vstat scan through the program's parser: argument errors, store and server checks, and the conversation
 // with a server that misbehaves in scripted ways. The scripted server is this test program itself:
 // started by the scan with VSTAT_TEST_FAKE_SERVER in its environment, it plays the scripted part on
 // the two pipe descriptors of its command line before main() and ends. It never writes the report
@@ -15,6 +15,7 @@
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
+#include <iostream>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -160,13 +161,14 @@ struct ScanResult {
 };
 
 ScanResult scan(std::vector<std::string> args) {
+  args.insert(args.begin(), {"vstat", "scan"});
   std::vector<char*> argv;
   for (std::string& a : args) argv.push_back(&a[0]);
   argv.push_back(nullptr);
   ::testing::internal::CaptureStdout();
   ::testing::internal::CaptureStderr();
   ScanResult r;
-  r.status = runScanCommand(static_cast<int>(args.size()), argv.data());
+  r.status = runVstat(static_cast<int>(args.size()), argv.data(), std::cout, std::cerr);
   r.out = ::testing::internal::GetCapturedStdout();
   r.err = ::testing::internal::GetCapturedStderr();
   return r;

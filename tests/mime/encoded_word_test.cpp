@@ -5,18 +5,11 @@
 #include <string>
 #include <utility>
 
-#include "utils/charset_converter.h"
-
 namespace vorlane {
 namespace mime {
 namespace {
 
 typedef std::pair<const char*, std::string> Case;
-
-bool conversionAvailable() {
-  std::string out;
-  return utils::charsetRecode("us-ascii", "utf-8", "a", out) && out == "a";
-}
 
 // Text that is not a well-formed encoded word passes unchanged, with or without the conversion library.
 TEST(DecodeHeaderText, LeavesOtherTextAsWritten) {
@@ -36,7 +29,6 @@ TEST(DecodeHeaderText, LeavesOtherTextAsWritten) {
 }
 
 TEST(DecodeHeaderText, DecodesWordsAndDropsBlanksBetweenThem) {
-  if (!conversionAvailable()) GTEST_SKIP() << "conversion library not next to the test binary";
   const Case cases[] = {
       {"=?us-ascii?Q?Hello_World?=", "Hello World"},
       {"=?US-ASCII?q?a=3Db=3?=", "a=b=3"},

@@ -70,26 +70,6 @@ TEST(MimeGetLine, EndOfInputEmptiesTheStackAndReportsNoHit) {
   EXPECT_EQ(r.boundary_line_len, 0u);
 }
 
-// A line longer than the buffer arrives in pieces; a piece never exceeds the buffer and holds only the line's bytes.
-TEST(MimeGetLine, LongLinesArriveInPiecesOfTheBufferSize) {
-  struct Case { size_t chars; size_t pieces; };
-  for (const Case& c : {Case{MIME_LINE_MAX - 1, 1}, Case{MIME_LINE_MAX, 2}, Case{3 * MIME_LINE_MAX + 5, 4}}) {
-    std::istringstream in(std::string(c.chars, 'x') + "\n");
-    utils::VStdIStream stream(&in);
-    parse_status status;
-    size_t pieces = 0;
-    size_t bytes = 0;
-    while (mime_get_line(&stream, &status, nullptr)) {
-      ++pieces;
-      bytes += status.line_len;
-      EXPECT_LE(status.line_len, MIME_LINE_MAX);
-      EXPECT_EQ(std::string(status.line, status.line_len).find_first_not_of("x\n"), std::string::npos);
-    }
-    EXPECT_EQ(pieces, c.pieces) << c.chars;
-    EXPECT_EQ(bytes, c.chars + 1) << c.chars;
-  }
-}
-
 }  // namespace
 }  // namespace mime
 }  // namespace vorlane

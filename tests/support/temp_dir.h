@@ -6,6 +6,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <sstream>
 #include <string>
 
 namespace vorlane {
@@ -40,6 +41,14 @@ class TempDir {
     if (slash != std::string::npos) mkdirs(relative.substr(0, slash));
     std::ofstream(file(relative), std::ios::binary) << content;
     return file(relative);
+  }
+
+  // The whole content of path()/relative; "" when it cannot be read.
+  std::string read(const std::string& relative) const {
+    std::ifstream in(file(relative), std::ios::binary);
+    std::ostringstream content;
+    content << in.rdbuf();
+    return content.str();
   }
 
  private:

@@ -4,24 +4,17 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <fstream>
-#include <sstream>
+#include <filesystem>
 #include <string>
 
 #include "mkstore/manifest.h"
 #include "mkstore/store_generator.h"
 #include "../support/temp_dir.h"
+#include "vstat_version.h"
 
 using vorlane::testing::TempDir;
 
 namespace {
-
-std::string readAll(const std::string& path) {
-  std::ifstream in(path);
-  std::ostringstream s;
-  s << in.rdbuf();
-  return s.str();
-}
 
 // Runs mkstore with `args`, standard output and error going to files in `dir`; returns the exit status.
 int mkstore(const TempDir& dir, const std::string& args) {
@@ -33,25 +26,49 @@ int mkstore(const TempDir& dir, const std::string& args) {
 
 }  // namespace
 
-TEST(MkstoreCommand, BadArgumentsAreRefusedWithUsageAndStatus2) {
+// Every usage error is one line naming the problem in the same words, then the usage line; status 2.
+TEST(MkstoreCommand, BadArgumentsAreRefusedWithTheProblemAndStatus2) {
   TempDir dir;
   ASSERT_FALSE(dir.path().empty());
   const std::string out = dir.file("store");
-  const std::string cases[] = {"--seed 1 " + out, "--messages 5 " + out, "--messages 5 --seed 1",
-                                  "--messages -5 --seed 1 " + out, "--messages 5x --seed 1 " + out,
-                                  "--messages 100000001 --seed 1 " + out, "--messages 5 --seed 1 --bogus " + out,
-                                  "--messages 5 --seed 1 " + out + " " + out + "2"};
-  for (const std::string& args : cases) {
-    EXPECT_EQ(mkstore(dir, args), 2) << args;
-    EXPECT_NE(readAll(dir.file("err.txt")).find("usage: mkstore"), std::string::npos) << args;
+  struct Case { std::string args, problem; };
+  const Case cases[] = {
+      {"--seed 1 " + out, "--messages, --seed and OUT_DIR are required"},
+      {"--messages 5 --seed 1", "--messages, --seed and OUT_DIR are required"},
+      {"--messages -5 --seed 1 " + out, "--messages needs a number"},
+      {"--messages 5x --seed 1 " + out, "--messages needs a number"},
+      {"--seed 1 " + out + " --messages", "--messages needs a number"},
+      {"--messages --seed 1 " + out, "--messages needs a number"},
+      {"--messages 5 --seed 1 " + out + " --manifest", "--manifest needs a file name"},
+      {"--messages 100000001 --seed 1 " + out, "--messages must be at most 100000000"},
+      {"--messages 5 --seed 1 --bogus " + out, "unknown option --bogus"},
+      {"--messages 5 --seed 1 " + out + " " + out + "2", "only one OUT_DIR may be given"},
+  };
+  for (const Case& c : cases) {
+    EXPECT_EQ(mkstore(dir, c.args), 2) << c.args;
+    const std::string err = dir.read("err.txt");
+    EXPECT_EQ(err.rfind("mkstore: " + c.problem + "\nusage: mkstore ", 0), 0u) << c.args << "\n" << err;
   }
+  EXPECT_FALSE(std::filesystem::exists(out));
+}
+
+// --help and --version answer on standard output with status 0 and write nothing else.
+TEST(MkstoreCommand, HelpAndVersionGoToStandardOutput) {
+  TempDir dir;
+  ASSERT_FALSE(dir.path().empty());
+  ASSERT_EQ(mkstore(dir, "--version"), 0);
+  EXPECT_EQ(dir.read("out.txt"), std::string(VSTAT_VERSION) + "\n");
+  ASSERT_EQ(mkstore(dir, "--help --messages 5 --seed 1 " + dir.file("store")), 0);
+  EXPECT_NE(dir.read("out.txt").find("--manifest FILE"), std::string::npos);
+  EXPECT_EQ(dir.read("err.txt"), "");
+  EXPECT_FALSE(std::filesystem::exists(dir.file("store")));
 }
 
 TEST(MkstoreCommand, WritesTheLibrarysManifestAndRefusesToOverwriteWithoutForce) {
   TempDir dir;
   ASSERT_FALSE(dir.path().empty());
   const std::string args = "--messages 20 --seed 9 --manifest " + dir.file("m.json") + " " + dir.file("store");
-  ASSERT_EQ(mkstore(dir, args), 0) << readAll(dir.file("err.txt"));
+  ASSERT_EQ(mkstore(dir, args), 0) << dir.read("err.txt");
 
   vorlane::mkstore::StoreOptions options;
   options.messages = 20;
@@ -60,10 +77,10 @@ TEST(MkstoreCommand, WritesTheLibrarysManifestAndRefusesToOverwriteWithoutForce)
   vorlane::mkstore::Manifest manifest;
   std::string error;
   ASSERT_TRUE(vorlane::mkstore::generateStore(options, manifest, error)) << error;
-  EXPECT_EQ(readAll(dir.file("m.json")), vorlane::mkstore::manifestJson(manifest));
-  EXPECT_NE(readAll(dir.file("out.txt")).find("message files      20 "), std::string::npos) << readAll(dir.file("out.txt"));
+  EXPECT_EQ(dir.read("m.json"), vorlane::mkstore::manifestJson(manifest));
+  EXPECT_NE(dir.read("out.txt").find("message files      20 "), std::string::npos) << dir.read("out.txt");
 
   EXPECT_EQ(mkstore(dir, args), 1);
-  EXPECT_NE(readAll(dir.file("err.txt")).find("not empty"), std::string::npos) << readAll(dir.file("err.txt"));
-  EXPECT_EQ(mkstore(dir, "--force " + args), 0) << readAll(dir.file("err.txt"));
+  EXPECT_NE(dir.read("err.txt").find("not empty"), std::string::npos) << dir.read("err.txt");
+  EXPECT_EQ(mkstore(dir, "--force " + args), 0) << dir.read("err.txt");
 }

@@ -4,6 +4,8 @@
 #include <errno.h>
 #include <gtest/gtest.h>
 
+#include <cctype>
+#include <cstring>
 #include <string>
 
 namespace {
@@ -76,6 +78,51 @@ TEST(Vxiconv, RefusesUnknownOrEmptyNamesAndHandlesThatAreNotOpen) {
   EXPECT_EQ(vxiconv(kFailed, &in, &left, &in, &left), kError);
   EXPECT_EQ(vxiconv_close(nullptr), -1);
   EXPECT_EQ(vxiconv_get_errno(), EBADF);
+}
+
+// A name differing from one the C library lists only in letter case and in '-', '_', '.', ' ' and ':'
+// opens the same conversion, as source and as target (also with "//IGNORE"); other differences do not.
+TEST(Vxiconv, AcceptsEveryCaseAndSeparatorSpellingOfAKnownName) {
+  const char* const known[] = {"ANSI_X3.4-1968", "ISO-8859-1", "ISO_8859-2", "UTF-8",     "UTF-16LE",  "KOI8-R",
+                               "SHIFT_JIS",      "EUC-JP",     "CP1252",     "LATIN1",    "BIG5-HKSCS", "ISO-2022-JP"};
+  auto convert = [](const std::string& to, const std::string& from, const std::string& input) {
+    vxiconv_t cd = vxiconv_open(to.c_str(), from.c_str());
+    if (cd == kFailed) return std::string("(refused)");
+    char buffer[64];
+    char* in = const_cast<char*>(input.data());
+    size_t inLeft = input.size();
+    char* out = buffer;
+    size_t outLeft = sizeof buffer;
+    vxiconv(cd, &in, &inLeft, &out, &outLeft);
+    vxiconv_close(cd);
+    return std::string(buffer, out);
+  };
+  for (const char* name : known) {
+    const std::string expected = convert(name, "UTF-8", "Mail 42");
+    ASSERT_NE(expected, "(refused)") << name;
+    for (const char* separator : {"-", "_", ".", " ", ":", ""}) {
+      for (int casing = 0; casing < 3; ++casing) {
+        std::string spelled;
+        int letter = 0;
+        for (const char* p = name; *p != '\0'; ++p) {
+          if (std::strchr("-_.", *p) != nullptr) {
+            spelled += separator;
+            continue;
+          }
+          const bool upper = casing == 0 || (casing == 2 && letter++ % 2 == 0);
+          spelled += static_cast<char>(upper ? std::toupper(*p) : std::tolower(*p));
+        }
+        EXPECT_EQ(convert(spelled, "utf-8", "Mail 42"), expected) << spelled;
+        EXPECT_EQ(convert(spelled + "//IGNORE", "utf-8", "Mail 42"), expected) << spelled;
+        EXPECT_EQ(convert("UTF-8", spelled, expected), "Mail 42") << spelled;
+      }
+    }
+  }
+  for (const char* other : {"utf-9", "utf/8", "utf-88", "latin 1x", "ansi-x3.4-196"}) {
+    vxiconv_t cd = vxiconv_open("utf-8", other);
+    EXPECT_EQ(cd, kFailed) << other;
+    if (cd != kFailed) vxiconv_close(cd);
+  }
 }
 
 }  // namespace

@@ -1,0 +1,295 @@
+// The history commands end to end in one process: details files made by the scan's own writer, reports
+// by the statistic's own writer, imported into a database under a temporary directory and queried.
+// Expected figures are worked out by hand from the folders each test lays out.
+#include <sys/stat.h>
+
+#include <gtest/gtest.h>
+
+#include <fstream>
+#include <regex>
+#include <sstream>
+#include <vector>
+
+#include <nlohmann/json.hpp>
+
+#include "../support/temp_dir.h"
+#include "history_command.h"
+#include "history_import.h"
+#include "stat/counter_catalogue.h"
+#include "stat/folder_details.h"
+#include "stat/statistic.h"
+#include "top_command.h"
+#include "utils/base64.h"
+
+namespace vorlane {
+namespace cli {
+namespace {
+
+using vorlane::testing::TempDir;
+
+FolderDetails folder(const std::string& domain, const std::string& mailbox, const std::string& name,
+                     std::vector<unsigned long long> sizes) {
+  FolderDetails f = folderDetailsAt(domain, mailbox, name, Collection::MailFolder, true);
+  for (unsigned long long size : sizes) f.addMessage(size, 0, 0, 0, 0, false, false);
+  return f;
+}
+
+// One scan's files as the job writes them: the report (through the statistic) and the details.
+struct Scan {
+  std::string report;
+  std::string details;
+};
+
+Scan writeScan(const TempDir& dir, const std::string& name, const std::vector<FolderDetails>& folders,
+               std::time_t date, bool partial = false) {
+  Statistic statistic;
+  defineCounters(statistic);
+  for (const FolderDetails& f : folders) {
+    statistic.addFolderInfo(f.domain, f.mailbox, f.folder, f.type, f.bytes, f.messages);
+  }
+  vstat::ProcessStoreReqBuffT request{};
+  std::snprintf(request.productVersion, sizeof request.productVersion, "9.1");
+  request.build = 7;
+  std::snprintf(request.osName, sizeof request.osName, "Linux");
+  std::ostringstream report;
+  statistic.report(report, request);
+  Scan scan{dir.write(name + ".xml", report.str()), dir.file(name + ".jsonl")};
+
+  DetailsHeader header;
+  header.productVersion = "9.1";
+  header.build = 7;
+  header.osName = "Linux";
+  header.date = date;
+  FolderDetailsWriter writer;
+  std::string error;
+  EXPECT_TRUE(writer.open(scan.details, header, error)) << error;
+  for (const FolderDetails& f : folders) writer.write(f);
+  EXPECT_TRUE(writer.finish(partial, error)) << error;
+  return scan;
+}
+
+bool import(const Scan& scan, const std::string& db, const std::string& node, std::string& error,
+            int busyTimeoutMs = kDefaultBusyTimeoutMs) {
+  ImportOptions options;
+  options.report = scan.report;
+  options.details = scan.details;
+  options.db = db;
+  options.node = node;
+  options.busyTimeoutMs = busyTimeoutMs;
+  long long id = 0;
+  return importScan(options, id, error);
+}
+
+long long countRows(const std::string& db, const char* table) {
+  HistoryDb h;
+  std::string error;
+  EXPECT_TRUE(h.open(db, false, error)) << error;
+  Statement s;
+  EXPECT_TRUE(h.prepare((std::string("SELECT COUNT(*) FROM ") + table).c_str(), s, error)) << error;
+  return s.step() == SQLITE_ROW ? s.integer(0) : -1;
+}
+
+nlohmann::json topJson(TopOptions options) {
+  options.format = OutputFormat::Json;
+  std::ostringstream out;
+  std::string error;
+  EXPECT_TRUE(runTop(options, out, error)) << error;
+  return nlohmann::json::parse(out.str(), nullptr, false);
+}
+
+std::string names(const nlohmann::json& top) {
+  std::string list;
+  for (const auto& row : top["rows"]) {
+    list += (list.empty() ? "" : " ") + row["domain"].get<std::string>();
+    for (const char* key : {"mailbox", "folder"}) {
+      if (!row[key].get<std::string>().empty()) list += "/" + row[key].get<std::string>();
+    }
+    list += "=" + std::to_string(row["bytes"].get<unsigned long long>());
+  }
+  return list;
+}
+
+const std::time_t kDay = 86400;
+
+// Two nodes share one database; each holds an older and a newer scan.
+class TwoNodes : public ::testing::Test {
+ protected:
+  void SetUp() override {
+    db = dir.file("history.sqlite");
+    std::string error;
+    const Scan a1 = writeScan(dir, "a1", {folder("a.org", "ann", "INBOX", {100, 200})}, 10 * kDay);
+    const Scan a2 = writeScan(dir, "a2",
+                              {folder("a.org", "ann", "INBOX", {100, 200, 4000}), folder("a.org", "ann", "Sent", {50}),
+                               folder("a.org", "bob", "INBOX", {1000})},
+                              20 * kDay);
+    const Scan b1 = writeScan(dir, "b1", {folder("b.net", "cy", "INBOX", {3000})}, 11 * kDay);
+    const Scan b2 = writeScan(dir, "b2", {folder("b.net", "cy", "INBOX", {3000, 10}), folder("#public", "News", "", {600})},
+                              21 * kDay);
+    for (const auto& s : {std::make_pair(a1, "mx-a"), std::make_pair(b1, "mx-b"), std::make_pair(a2, "mx-a"),
+                          std::make_pair(b2, "mx-b")}) {
+      ASSERT_TRUE(import(s.first, db, s.second, error)) << error;
+    }
+  }
+
+  TempDir dir;
+  std::string db;
+};
+
+TEST_F(TwoNodes, TopRanksTheNewestScanOfEveryNodeAtEachLevel) {
+  struct Case {
+    TopLevel level;
+    TopOrder order;
+    std::string node;
+    long long scan;
+    std::string expected;
+  };
+  for (const Case& c : {
+           Case{TopLevel::Mailbox, TopOrder::Bytes, "", 0, "a.org/ann=4350 b.net/cy=3010 a.org/bob=1000 #public=600"},
+           Case{TopLevel::Domain, TopOrder::Bytes, "", 0, "a.org=5350 b.net=3010 #public=600"},
+           Case{TopLevel::Folder, TopOrder::Messages, "", 0,
+                "a.org/ann/INBOX=4300 b.net/cy/INBOX=3010 #public/News=600 a.org/ann/Sent=50"},
+           Case{TopLevel::Folder, TopOrder::Largest, "mx-b", 0, "b.net/cy/INBOX=3010 #public/News=600"},
+           Case{TopLevel::Mailbox, TopOrder::Bytes, "", 1, "a.org/ann=300"},
+       }) {
+    TopOptions options;
+    options.db = db;
+    options.level = c.level;
+    options.order = c.order;
+    options.node = c.node;
+    options.scan = c.scan;
+    options.limit = 4;
+    EXPECT_EQ(names(topJson(options)), c.expected) << static_cast<int>(c.level) << " " << c.node << " " << c.scan;
+  }
+}
+
+TEST_F(TwoNodes, HistoryShowsEveryScanAndWhoGrewSinceTheScanBefore) {
+  HistoryOptions options;
+  options.db = db;
+  options.format = OutputFormat::Json;
+  std::ostringstream out;
+  std::string error;
+  ASSERT_TRUE(runHistory(options, out, error)) << error;
+  const nlohmann::json h = nlohmann::json::parse(out.str());
+  std::string scans;
+  for (const auto& s : h["scans"]) scans += s["node"].get<std::string>() + ":" + std::to_string(s["bytes"].get<long long>()) + " ";
+  EXPECT_EQ(scans, "mx-a:300 mx-b:3000 mx-a:5350 mx-b:3610 ");
+  std::string growth;
+  for (const auto& m : h["growth"]["mailboxes"]) {
+    growth += m["domain"].get<std::string>() + "/" + m["mailbox"].get<std::string>() + ":" +
+              std::to_string(m["bytes_now"].get<long long>() - m["bytes_before"].get<long long>()) + " ";
+  }
+  EXPECT_EQ(growth, "a.org/ann:4050 a.org/bob:1000 #public/:600 b.net/cy:10 ");
+
+  // Before every scan, each node's oldest scan is the base; after them all, there is nothing to compare.
+  struct Case {
+    const char* since;
+    std::string growth;
+  };
+  for (const Case& c : {Case{"1970-01-05", "ann:4050 bob:1000 "}, Case{"1970-12-31", ""}}) {
+    options.filter.domain = "a.org";
+    options.since = c.since;
+    std::ostringstream filtered;
+    ASSERT_TRUE(runHistory(options, filtered, error)) << error;
+    growth.clear();
+    const nlohmann::json result = nlohmann::json::parse(filtered.str());
+    for (const auto& m : result["growth"]["mailboxes"]) {
+      growth += m["mailbox"].get<std::string>() + ":" +
+                std::to_string(m["bytes_now"].get<long long>() - m["bytes_before"].get<long long>()) + " ";
+    }
+    EXPECT_EQ(growth, c.growth) << c.since;
+  }
+}
+
+// Every way a details file can be damaged is refused with its line, and the database keeps what it had.
+TEST_F(TwoNodes, DamagedDetailsAreRefusedWithTheirLineAndImportNothing) {
+  const Scan good = writeScan(dir, "good", {folder("a.org", "ann", "INBOX", {1}), folder("a.org", "ann", "X", {2})}, 30 * kDay);
+  std::ifstream in(good.details);
+  std::vector<std::string> lines;
+  for (std::string line; std::getline(in, line);) lines.push_back(line);
+  ASSERT_EQ(lines.size(), 4u);
+  const long long folders = countRows(db, "folder");
+  struct Case {
+    std::string text;
+    std::string where;
+  };
+  const std::string head = lines[0] + "\n" + lines[1] + "\n";
+  for (const Case& c : {
+           Case{head + lines[2].substr(0, 20), ":3: truncated"},
+           Case{head + lines[2] + "\n" + lines[3], ":4: truncated"},
+           Case{head + "not json\n" + lines[3] + "\n", ":3: not a JSON object"},
+           Case{"{\"format\":\"vstat-details\",\"version\":2}\n", ":1: unsupported details version 2"},
+           Case{"{\"format\":\"other\",\"version\":1}\n", ":1: not a details file"},
+           Case{head + "{\"domain\":\"a.org\"}\n", ":3: field"},
+           Case{head + lines[3] + "\n", ":3: end line counts 2 folders, the file holds 1"},
+           Case{head + lines[2] + "\n", ":3: no end line"},
+           Case{head + lines[2] + "\n" + lines[3] + "\n" + lines[2] + "\n", ":5: line after the end line"},
+           Case{"", ":0: empty file"},
+           Case{std::regex_replace(head, std::regex("\"build\":7"), "\"build\":8"), ":1: the details file is not from"},
+       }) {
+    std::ofstream(good.details, std::ios::binary | std::ios::trunc) << c.text;
+    std::string error;
+    EXPECT_FALSE(import(good, db, "mx-a", error)) << c.where;
+    EXPECT_NE(error.find(good.details + c.where), std::string::npos) << error;
+    EXPECT_EQ(countRows(db, "scan"), 4);
+    EXPECT_EQ(countRows(db, "folder"), folders);
+  }
+}
+
+TEST(HistoryDb, IsPrivateRefusesNewerSchemasAndGivesUpOnALockInBoundedTime) {
+  TempDir dir;
+  const std::string db = dir.file("h.sqlite");
+  const Scan scan = writeScan(dir, "s", {folder("a.org", "ann", "INBOX", {1})}, kDay);
+  std::string error;
+  ASSERT_TRUE(import(scan, db, "n", error)) << error;
+  struct stat info;
+  ASSERT_EQ(::stat(db.c_str(), &info), 0);
+  EXPECT_EQ(info.st_mode & 0777, 0600u);
+
+  {
+    HistoryDb writer;
+    ASSERT_TRUE(writer.open(db, false, error)) << error;
+    ASSERT_TRUE(writer.exec("BEGIN IMMEDIATE", error)) << error;
+    EXPECT_FALSE(import(scan, db, "n", error, 100));
+    EXPECT_NE(error.find("locked by another writer; gave up after 100 ms"), std::string::npos) << error;
+    ASSERT_TRUE(writer.exec("PRAGMA user_version = 2; COMMIT", error)) << error;
+  }
+  EXPECT_FALSE(import(scan, db, "n", error));
+  EXPECT_NE(error.find("schema version 2, newer"), std::string::npos) << error;
+
+  dir.write("not.sqlite", "plain text, not a database at all");
+  HistoryDb other;
+  EXPECT_FALSE(other.open(dir.file("not.sqlite"), true, error));
+}
+
+// Folder names are bytes: whatever the disk holds comes back from the database unchanged.
+TEST(HistoryDb, OddNamesRoundTripThroughFileAndDatabase) {
+  TempDir dir;
+  const std::vector<std::string> odd = {"caf\xe9", "line\nbreak", "quote\"d,comma", "\xff\xfe\xfd", "\xe2\x82",
+                                        "Ord\xc3\xa9"};
+  std::vector<FolderDetails> folders;
+  for (size_t i = 0; i < odd.size(); ++i) folders.push_back(folder("d" + odd[i], odd[i], odd[i], {100 + i}));
+  const Scan scan = writeScan(dir, "s", folders, kDay);
+  std::string error;
+  ASSERT_TRUE(import(scan, dir.file("h.sqlite"), "n", error)) << error;
+
+  TopOptions options;
+  options.db = dir.file("h.sqlite");
+  options.level = TopLevel::Folder;
+  options.order = TopOrder::Largest;
+  const nlohmann::json top = topJson(options);
+  ASSERT_EQ(top["rows"].size(), odd.size());
+  for (size_t i = 0; i < odd.size(); ++i) {
+    const nlohmann::json& row = top["rows"][odd.size() - 1 - i];  // largest first
+    for (const char* key : {"mailbox", "folder"}) {
+      std::string bytes = row[key].get<std::string>();
+      if (row.contains(std::string(key) + "_base64")) {
+        ASSERT_TRUE(utils::base64Decode(row[std::string(key) + "_base64"].get<std::string>(), bytes));
+      }
+      EXPECT_EQ(bytes, odd[i]) << key << " " << i;
+    }
+  }
+}
+
+}  // namespace
+}  // namespace cli
+}  // namespace vorlane
