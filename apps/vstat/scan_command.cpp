@@ -45,7 +45,6 @@
 #include "report_summary.h"
 #include "stat/job_facts.h"
 #include "stat/report_file.h"
-#include "stat/report_lock.h"
 #include "stat/stat_job_client.h"
 #include "stat/vstat_messages.h"
 #include "utils/string_utils.h"
@@ -250,11 +249,7 @@ class ScanRun {
   int run() {
     const int locked = lockReport();
     if (locked != kExitReport) return locked;
-    // The server we start must not wait for the lock we hold.
-    setenv(vstat::kReportLockHeldVariable, "1", 1);
-    const bool started = server_.start(options_.serverPath);
-    unsetenv(vstat::kReportLockHeldVariable);
-    if (!started) {
+    if (!server_.start(options_.serverPath)) {
       std::fprintf(stderr, "vstat scan: cannot start the server: %s\n", server_.lastError().c_str());
       return kExitNoServer;
     }
@@ -316,7 +311,7 @@ class ScanRun {
   // cannot be had at all, which only costs the protection).
   int lockReport() {
     std::string error;
-    ReportLock::Result result = lock_.tryAcquire(error);
+    ReportLock::Result result = server_.tryLockReport(error);
     if (result == ReportLock::Busy) {
       if (options_.noWait) {
         std::fprintf(stderr, "vstat scan: another scan is running (%s is locked); not waiting (--no-wait)\n",
@@ -324,7 +319,7 @@ class ScanRun {
         return kExitBusy;
       }
       display_.note("waiting for another scan to finish");
-      while ((result = lock_.tryAcquire(error)) == ReportLock::Busy) {
+      while ((result = server_.tryLockReport(error)) == ReportLock::Busy) {
         if (g_interrupts.load() > 0) {
           display_.finish("");
           std::fprintf(stderr, "vstat scan: interrupted while waiting for another scan; nothing was scanned\n");
@@ -447,7 +442,6 @@ class ScanRun {
   }
 
   const ScanOptions& options_;
-  ReportLock lock_{vstat::kReportLockPath};  // held until the report has been read and copied
   vstat::StatJobClient server_;
   ProgressDisplay display_;
   JobOutcome outcome_;

@@ -82,11 +82,10 @@ void StatisticsJob::folderFound(const StorePlace& place, const FolderStatus& sta
 
 void StatisticsJob::messageFound(const StorePlace& place, Collection::FolderType type, const MessageEntry& entry) {
   MessageFacts facts;
-  if (!readMessage(entry, facts, readError_)) {
-    channel_.sendErrMsg(readError_);
-    return;
-  }
-  statistic_.addMessageInfo({place.domain, place.mailbox, place.folder, type}, facts);
+  const MessageRead read = readMessage(entry, facts, readError_, &channel_.stopRequested);
+  if (!readError_.empty()) channel_.sendErrMsg(readError_);
+  // A message whose parse a stop cut short is not counted: its figures would be wrong.
+  if (read == MessageRead::Counted) statistic_.addMessageInfo({place.domain, place.mailbox, place.folder, type}, facts);
 }
 
 void StatisticsJob::indexEntryFound(const StorePlace& place, Collection::FolderType type, const IndexEntry& entry) {
