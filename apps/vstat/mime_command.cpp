@@ -50,7 +50,8 @@ bool showFile(const char* path, bool asJson, std::ostream& out, std::ostream& er
   std::string error;
   std::unique_ptr<mime::mail_struct> tree;
   errno = 0;
-  if (!readMessage(MessageEntry{AT_FDCWD, path, DT_UNKNOWN, name}, classification, error, &tree)) {
+  if (readMessage(MessageEntry{AT_FDCWD, path, DT_UNKNOWN, name}, classification, error, nullptr, &tree) !=
+      MessageRead::Counted) {
     // errno is left by the system call that failed, and stays 0 for a file refused for its type.
     const int reason = errno;
     error.pop_back();  // the line end
@@ -70,7 +71,12 @@ bool showFile(const char* path, bool asJson, std::ostream& out, std::ostream& er
     if (tree) {
       writeMimeTreeText(out, tree.get());
     } else {
-      out << "not parsed: parts nested deeper than " << mime::MIME_MAX_DEPTH << " levels\n";
+      out << "not parsed: ";
+      if (error.empty()) {
+        out << "parts nested deeper than " << mime::MIME_MAX_DEPTH << " levels\n";
+      } else {
+        out << "more than " << mime::MIME_MAX_PARTS << " parts\n";
+      }
     }
     writeClassificationText(out, classification);
   }

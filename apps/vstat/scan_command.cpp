@@ -267,11 +267,7 @@ class ScanRun {
   int run() {
     const int locked = lockReport();
     if (locked != kExitReport) return locked;
-    // The server we start must not wait for the lock we hold.
-    setenv(vstat::kReportLockHeldVariable, "1", 1);
-    const bool started = server_.start(options_.serverPath);
-    unsetenv(vstat::kReportLockHeldVariable);
-    if (!started) {
+    if (!server_.start(options_.serverPath)) {
       std::fprintf(stderr, "vstat scan: cannot start the server: %s\n", server_.lastError().c_str());
       return kExitNoServer;
     }
@@ -333,7 +329,7 @@ class ScanRun {
   // cannot be had at all, which only costs the protection).
   int lockReport() {
     std::string error;
-    ReportLock::Result result = lock_.tryAcquire(error);
+    ReportLock::Result result = server_.tryLockReport(error);
     if (result == ReportLock::Busy) {
       if (options_.noWait) {
         std::fprintf(stderr, "vstat scan: another scan is running (%s is locked); not waiting (--no-wait)\n",
@@ -341,7 +337,7 @@ class ScanRun {
         return kExitBusy;
       }
       display_.note("waiting for another scan to finish");
-      while ((result = lock_.tryAcquire(error)) == ReportLock::Busy) {
+      while ((result = server_.tryLockReport(error)) == ReportLock::Busy) {
         if (g_interrupts.load() > 0) {
           display_.finish("");
           std::fprintf(stderr, "vstat scan: interrupted while waiting for another scan; nothing was scanned\n");
@@ -468,7 +464,6 @@ class ScanRun {
   }
 
   const ScanOptions& options_;
-  ReportLock lock_{vstat::kReportLockPath};  // held until the report has been read and copied
   vstat::StatJobClient server_;
   ProgressDisplay display_;
   JobOutcome outcome_;

@@ -7,6 +7,7 @@
 #include "utils/vfile.h"
 
 using vorlane::mime::mail_struct;
+using vorlane::mime::parse_outcome;
 using vorlane::utils::VFile;
 
 namespace {
@@ -15,18 +16,19 @@ bool canBlock(mode_t mode) { return !S_ISREG(mode) && !S_ISDIR(mode); }
 
 }  // namespace
 
-bool readMessage(const MessageEntry& entry, MessageFacts& facts, std::string& error,
-                 std::unique_ptr<mail_struct>* tree) {
+MessageRead readMessage(const MessageEntry& entry, MessageFacts& facts, std::string& error,
+                        const std::atomic<bool>* stop, std::unique_ptr<mail_struct>* tree) {
   const std::string& path = entry.path;
+  error.clear();
   if (entry.listedType != DT_REG) {
     struct stat info;
     if (::fstatat(entry.dirFd, entry.name, &info, 0) != 0) {
       error = "Error obtaining file info " + path + "\n";
-      return false;
+      return MessageRead::Failed;
     }
     if (canBlock(info.st_mode)) {
       error = "Skipping " + path + ": not a regular file\n";
-      return false;
+      return MessageRead::Failed;
     }
   }
   VFile file;
@@ -39,16 +41,22 @@ bool readMessage(const MessageEntry& entry, MessageFacts& facts, std::string& er
     } else {
       error = "Unable to open file" + path + " for reading.\n";
     }
-    return false;
+    return MessageRead::Failed;
   }
   struct stat opened;
   if (::fstat(file.fd(), &opened) != 0 || canBlock(opened.st_mode)) {
     error = "Skipping " + path + ": not a regular file\n";
-    return false;
+    return MessageRead::Failed;
   }
-  std::unique_ptr<mail_struct> parsed(mail_struct::parse(&file));
+  parse_outcome outcome = parse_outcome::parsed;
+  std::unique_ptr<mail_struct> parsed(mail_struct::parse(&file, stop, &outcome));
+  if (outcome == parse_outcome::stopped) return MessageRead::Stopped;
+  if (outcome == parse_outcome::too_many_parts) {
+    error = "More than " + std::to_string(vorlane::mime::MIME_MAX_PARTS) + " parts in " + path +
+            ": counted without header and body sizes\n";
+  }
   facts = classifyMessage(parsed.get());
   facts.size = static_cast<unsigned long long>(opened.st_size);
   if (tree) *tree = std::move(parsed);
-  return true;
+  return MessageRead::Counted;
 }

@@ -13,6 +13,7 @@
 
 #include <dirent.h>
 
+#include <atomic>
 #include <memory>
 #include <string>
 
@@ -27,8 +28,16 @@ struct MessageEntry {
   const std::string& path;   // for error lines
 };
 
-// Fills `facts` (class empty) and returns true, or returns false with `error` holding the line that
-// names the path and what failed. When `tree` is given it receives the parse tree (null when the
-// parser gave up), for a caller that wants to show it.
-bool readMessage(const MessageEntry& entry, MessageFacts& facts, std::string& error,
-                 std::unique_ptr<vorlane::mime::mail_struct>* tree = nullptr);
+enum class MessageRead {
+  Counted,  // `facts` hold the message (class empty)
+  Failed,   // the file was not looked at; `error` is the line that names the path and what failed
+  Stopped,  // `stop` was set while the message was parsed: it is not to be counted
+};
+
+// Reads one message. A message the parser gives up on still counts, with its size and no header or body
+// sizes; when it gave up because the message has more than MIME_MAX_PARTS parts, `error` holds a line
+// naming the path (otherwise it is left empty). `stop` (may be null) is polled during the parse. When
+// `tree` is given it receives the parse tree (null when the parser gave up), for a caller that shows it.
+MessageRead readMessage(const MessageEntry& entry, MessageFacts& facts, std::string& error,
+                        const std::atomic<bool>* stop = nullptr,
+                        std::unique_ptr<vorlane::mime::mail_struct>* tree = nullptr);

@@ -5,8 +5,9 @@
 
 #include "utils/read_ahead.h"
 
-MessageReadQueue::MessageReadQueue(const ScanSettings& settings)
+MessageReadQueue::MessageReadQueue(const ScanSettings& settings, const std::atomic<bool>* stop)
     : gentle_(settings.gentle),
+      stop_(stop),
       pipeline_(settings.threads, kWindow, [this](const Request& request, MessageOutcome& out) { read(request, out); }) {}
 
 MessageReadQueue::~MessageReadQueue() {
@@ -37,7 +38,7 @@ void MessageReadQueue::discard() { pipeline_.discard(); }
 
 void MessageReadQueue::read(const Request& request, MessageOutcome& out) const {
   const MessageEntry entry{directory_, request.name.c_str(), request.listedType, request.path};
-  out.read = readMessage(entry, out.facts, out.error);
+  out.read = readMessage(entry, out.facts, out.error, stop_);
   if (request.release) vorlane::utils::releaseReadPages(directory_, request.name.c_str(), request.listedType);
 }
 

@@ -15,6 +15,7 @@
 // joined by its destructor, after the item each one holds is finished.
 #pragma once
 
+#include <atomic>
 #include <cstddef>
 #include <string>
 
@@ -25,7 +26,7 @@
 
 // What reading one message file gave: its facts, or the error line naming its path.
 struct MessageOutcome {
-  bool read = false;
+  MessageRead read = MessageRead::Failed;
   MessageFacts facts;
   std::string error;
 };
@@ -35,7 +36,8 @@ class MessageReadQueue {
   // Files announced ahead of the one being counted; also the most parsed results held at once.
   static const size_t kWindow = 64;
 
-  explicit MessageReadQueue(const ScanSettings& settings);
+  // stop (may be null) is handed to every parse, so that a stop ends a long parse on a parser thread too.
+  MessageReadQueue(const ScanSettings& settings, const std::atomic<bool>* stop);
   ~MessageReadQueue();
   MessageReadQueue(const MessageReadQueue&) = delete;
   MessageReadQueue& operator=(const MessageReadQueue&) = delete;
@@ -62,6 +64,7 @@ class MessageReadQueue {
   void closeDirectory();
 
   const bool gentle_;
+  const std::atomic<bool>* const stop_;
   int directory_ = -1;  // the duplicate of the queued entries' directory, or AT_FDCWD
   vorlane::tiny::OrderedPipeline<Request, MessageOutcome> pipeline_;
 };

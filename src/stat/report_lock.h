@@ -30,7 +30,7 @@ class ReportLock {
   Result waitFor(const std::atomic<bool>& stop, std::string& error);
   void release();
 
-  static const long kPollMs = 100;
+  static constexpr long kPollMs = 100;
 
  private:
   std::string path_;

@@ -6,6 +6,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <climits>
 #include <cstring>
 
@@ -52,7 +53,27 @@ std::string StatJobClient::ownDirectory(std::string& error) {
   return dir;
 }
 
-bool StatJobClient::start(const std::string& serverPath) { return process_.start(serverPath); }
+StatJobClient::StatJobClient() : reportLock_(kReportLockPath) {}
+
+ReportLock::Result StatJobClient::tryLockReport(std::string& error) {
+  const ReportLock::Result result = reportLock_.tryAcquire(error);
+  lockHeld_ = result == ReportLock::Acquired;
+  return result;
+}
+
+ReportLock::Result StatJobClient::lockReport(const std::atomic<bool>& stop, std::string& error) {
+  const ReportLock::Result result = reportLock_.waitFor(stop, error);
+  lockHeld_ = result == ReportLock::Acquired;
+  return result;
+}
+
+bool StatJobClient::start(const std::string& serverPath) {
+  // The server must not wait for the lock we hold.
+  if (lockHeld_) ::setenv(kReportLockHeldVariable, "1", 1);
+  const bool started = process_.start(serverPath);
+  ::unsetenv(kReportLockHeldVariable);
+  return started;
+}
 
 bool StatJobClient::startJob(const ProcessStoreReqBuffT& request, long timeoutMs) {
   char wire[kProcessStoreReqWireSize];

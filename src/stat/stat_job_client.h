@@ -4,6 +4,9 @@
 // conversation, wait for the child and learn how it ended. Used by `vstat scan`, the scan benchmark and
 // the end-to-end tests, so the conversation is written once.
 //
+// A client that reads the report takes the report lock first (lockReport) and keeps it until it is
+// destroyed, after its server has ended; the server it then starts is told not to take the lock again.
+//
 // Nothing blocks without the time-out given; a server that does not end within finish's time is killed.
 // Not thread-safe: one thread drives one client.
 #pragma once
@@ -11,6 +14,7 @@
 #include <cstdint>
 #include <string>
 
+#include "stat/report_lock.h"
 #include "stat/vstat_messages.h"
 #include "vcom/server_process.h"
 
@@ -38,11 +42,18 @@ class StatJobClient {
  public:
   typedef vcom::ServerProcess::Result Result;
 
+  StatJobClient();
+
   // The server program for a client running from `programDir`: next to it, else at
   // kInstalledServerPath relative to it. When neither exists, the first of the two (for the message).
   static std::string locateServer(const std::string& programDir);
   // The directory of the running program (from /proc/self/exe); empty, with `error`, when unknown.
   static std::string ownDirectory(std::string& error);
+
+  // Takes the report lock without waiting (Busy: another job holds it), or waiting until it is free or
+  // `stop` is set. Before start().
+  ReportLock::Result tryLockReport(std::string& error);
+  ReportLock::Result lockReport(const std::atomic<bool>& stop, std::string& error);
 
   // Starts the server program; false with lastError() naming the path and the reason.
   bool start(const std::string& serverPath);
@@ -69,6 +80,8 @@ class StatJobClient {
  private:
   void decode(const vcom::Msg& msg, JobMessage& out) const;
 
+  ReportLock reportLock_;  // declared first: released only after the server has been ended
+  bool lockHeld_ = false;
   vcom::ServerProcess process_;
   uint32_t jobSeq_ = 0;
 };

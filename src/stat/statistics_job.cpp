@@ -12,7 +12,7 @@ StatisticsJob::StatisticsJob(const vorlane::vstat::ProcessStoreReqBuffT& request
     : request_(request),
       channel_(channel),
       reportPath_(std::move(reportPath)),
-      queue_(settings.threads > 1 || settings.gentle ? new MessageReadQueue(settings) : nullptr) {}
+      queue_(settings.threads > 1 || settings.gentle ? new MessageReadQueue(settings, &channel.stopRequested) : nullptr) {}
 
 void StatisticsJob::run() {
   const std::string root = std::string(request_.storeDir) + vorlane::vstat::kMailRoot;
@@ -130,16 +130,15 @@ void StatisticsJob::walkError(const std::string& line) {
 }
 
 void StatisticsJob::count(const StorePlace& place, Collection::FolderType type, const MessageOutcome& outcome) {
-  if (outcome.read) {
-    statistic_.addMessageInfo({place.domain, place.mailbox, place.folder, type}, outcome.facts);
-    if (details_.isOpen()) details_.messageCounted(place, type, outcome.facts);
-  } else {
-    channel_.sendErrMsg(outcome.error);
-  }
+  if (!outcome.error.empty()) channel_.sendErrMsg(outcome.error);
+  // A message whose parse a stop cut short is not counted: its figures would be wrong.
+  if (outcome.read != MessageRead::Counted) return;
+  statistic_.addMessageInfo({place.domain, place.mailbox, place.folder, type}, outcome.facts);
+  if (details_.isOpen()) details_.messageCounted(place, type, outcome.facts);
 }
 
 void StatisticsJob::readNow(const StorePlace& place, Collection::FolderType type, const MessageEntry& entry) {
-  outcome_.read = readMessage(entry, outcome_.facts, outcome_.error);
+  outcome_.read = readMessage(entry, outcome_.facts, outcome_.error, &channel_.stopRequested);
   count(place, type, outcome_);
 }
 

@@ -95,8 +95,15 @@ class Job {
   explicit Job(const Scratch& scratch)
       : debugPath_(scratch.path() + "/debug.log"), stderrPath_(scratch.path() + "/stderr.log") {}
 
-  // Starts the server and the job on `storeDir`; true once the server answered "started".
+  // Takes the report lock as `vstat scan` does, then starts the server and the job on `storeDir`; true
+  // once the server answered "started".
   bool start(const std::string& storeDir) {
+    static const std::atomic<bool> never{false};
+    std::string error;
+    if (client_.lockReport(never, error) != ReportLock::Acquired) {
+      ADD_FAILURE() << error;
+      return false;
+    }
     setenv("VSTAT_DEBUG", debugPath_.c_str(), 1);
     const int savedStderr = dup(2);
     const int childStderr = open(stderrPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);

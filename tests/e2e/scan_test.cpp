@@ -11,6 +11,7 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <chrono>
 #include <fstream>
 #include <memory>
@@ -62,7 +63,15 @@ bool generate(const vorlane::testing::TempDir& dir, uint64_t seed, mkstore::Mani
   return ok;
 }
 
-bool startJob(vstat::StatJobClient& client, const std::string& storeDir) {
+// Starts a job as `vstat scan` does: with the report lock taken first, unless `lock` is false (the
+// server then takes it itself).
+bool startJob(vstat::StatJobClient& client, const std::string& storeDir, bool lock = true) {
+  static const std::atomic<bool> never{false};
+  std::string error;
+  if (lock && client.lockReport(never, error) != ReportLock::Acquired) {
+    ADD_FAILURE() << error;
+    return false;
+  }
   vstat::ProcessStoreReqBuffT request{};
   storeDir.copy(request.storeDir, sizeof request.storeDir - 1);
   std::string("9.1").copy(request.productVersion, sizeof request.productVersion - 1);
@@ -238,7 +247,7 @@ TEST(Scan, HeldReportLockMakesScansWaitOrGiveUp) {
   EXPECT_NE(impatient.output().find("another scan is running"), std::string::npos) << impatient.output();
 
   vstat::StatJobClient client;
-  ASSERT_TRUE(startJob(client, store.path()));
+  ASSERT_TRUE(startJob(client, store.path(), false));
   ASSERT_TRUE(client.awaitStarted(kAnswerMs));
 
   ScanProcess patient({store.path(), "--server", kServer}, work.file("patient.out"));

@@ -180,16 +180,6 @@ TEST_F(Job, DirectoriesCountAsEmptyMessagesAndEntriesThatCouldBlockAreSkipped) {
   EXPECT_FALSE(channel.logged("dirlink.eml"));
 }
 
-// A message listed as a plain file but gone by the time it is opened (the mail server expunged it).
-TEST(MessageFile, MessageGoneBeforeItIsOpenedIsReportedAsWithoutFileInfo) {
-  TempDir dir;
-  const std::string path = dir.path() + "/gone.eml";
-  MessageFacts facts;
-  std::string error;
-  EXPECT_FALSE(readMessage(MessageEntry{AT_FDCWD, path.c_str(), DT_REG, path}, facts, error));
-  EXPECT_EQ(error, "Error obtaining file info " + path + "\n");
-}
-
 TEST_F(Job, SymlinkedFoldersAreNotEntered) {
   std::string inbox = store.mkdirs("mail/a.com/john/INBOX");
   store.write("mail/a.com/john/INBOX/status.fld", "T0\n");
