@@ -4,6 +4,8 @@ JOBS ?= 2
 SUDO := $(shell [ "$$(id -u)" -eq 0 ] || echo sudo)
 PACKAGES := g++ make cmake libgtest-dev libgmock-dev libboost-dev \
             libcli11-dev libexpat1-dev nlohmann-json3-dev libsqlite3-dev
+# The report outputs' checks: both Prometheus parsers and headless Chromium.
+PACKAGES += python3-prometheus-client chromium
 # The Debian package and its checks: CPack with dpkg-shlibdeps, lintian, manual pages, unit verification.
 PACKAGES += dpkg-dev file lintian man-db groff-base systemd bash-completion
 FUZZ_PACKAGES := clang libclang-rt-14-dev
@@ -56,8 +58,7 @@ install: deps
 # vstat_<version>_amd64.deb in the top directory, for `apt-get install ./vstat_*.deb`.
 package: deps
 	cmake --preset package -DCMAKE_INSTALL_PREFIX=/usr
-	cmake --build --preset package -j$(JOBS)
-	cpack --preset package
+	cmake --build --preset package -j$(JOBS) --target package
 	cp build/package/package/vstat_*_amd64.deb .
 
 test: test-default test-asan test-tsan test-fuzz

@@ -15,13 +15,13 @@ function(vstat_layer name)
   endif()
 endfunction()
 
-# vstat_test(NAME SOURCES ... DEPS ... [LABELS ...] [RESOURCE_LOCK name] [FIXTURE name] [TIMEOUT s]): a
+# vstat_test(NAME SOURCES ... DEPS ... [LABELS ...] [RESOURCE_LOCK name] [FIXTURE name]): a
 # GoogleTest binary registered test by test with CTest. Tests sharing a RESOURCE_LOCK never run at the same
 # time (for example those that write the fixed report path); tests with a FIXTURE run after the CTest test
 # that sets it up (for example the package build). Tests know where the built programs and the test data
 # live through two definitions.
 function(vstat_test name)
-  cmake_parse_arguments(ARG "" "RESOURCE_LOCK;FIXTURE;TIMEOUT" "SOURCES;DEPS;LABELS" ${ARGN})
+  cmake_parse_arguments(ARG "" "RESOURCE_LOCK;FIXTURE" "SOURCES;DEPS;LABELS" ${ARGN})
   if(NOT ARG_SOURCES)
     return()
   endif()
@@ -31,10 +31,7 @@ function(vstat_test name)
     VSTAT_BIN_DIR="${VSTAT_BIN_DIR}"
     VSTAT_TEST_DATA_DIR="${PROJECT_SOURCE_DIR}/tests/data")
   include(GoogleTest)
-  if(NOT ARG_TIMEOUT)
-    set(ARG_TIMEOUT 120)
-  endif()
-  set(properties TIMEOUT ${ARG_TIMEOUT})
+  set(properties TIMEOUT 120)
   if(ARG_LABELS)
     list(APPEND properties LABELS "${ARG_LABELS}")
   endif()

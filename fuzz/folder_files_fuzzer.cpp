@@ -20,7 +20,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   Statistic statistic;
   defineCounters(statistic);
   FolderStatus status;
-  if (readFolderStatus(dir.path(), status) != FolderFileRead::Read) fuzzscratch::die("cannot read", dir.file("status.fld"));
+  if (readFolderStatus(dir.path(), status) != FolderFileRead::Read)
+    fuzzscratch::die("cannot read", dir.file("status.fld"));
   const FolderFileRead read = readFolderIndex(indexPath, [&](const IndexEntry& entry) {
     statistic.addMessageInfo({domain, user, folder, status.type}, MessageFacts{entry.messageClass, entry.size});
   });

@@ -6,6 +6,8 @@ namespace cli {
 void registerCommands(CommandLine& cli) {
   addScanCommand(cli);
   addShowCommand(cli);
+  addMergeCommand(cli);
+  addDiffCommand(cli);
   addMimeCommand(cli);
 }
 

@@ -6,9 +6,11 @@
 namespace vorlane {
 namespace cli {
 
-void addMimeCommand(CommandLine& cli);  // vstat mime [--json] FILE...
-void addScanCommand(CommandLine& cli);  // vstat scan STORE_DIR [options]
-void addShowCommand(CommandLine& cli);  // vstat show REPORT [options]
+void addDiffCommand(CommandLine& cli);   // vstat diff OLD NEW [--format text|json]
+void addMergeCommand(CommandLine& cli);  // vstat merge A B ... -o ALL [--force]
+void addMimeCommand(CommandLine& cli);   // vstat mime [--json] FILE...
+void addScanCommand(CommandLine& cli);   // vstat scan STORE_DIR [options]
+void addShowCommand(CommandLine& cli);   // vstat show REPORT [options]
 
 // Every command of the program, in the order --help lists them.
 void registerCommands(CommandLine& cli);

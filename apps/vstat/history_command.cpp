@@ -6,8 +6,10 @@
 #include <map>
 #include <sstream>
 
-#include "json_writer.h"
+#include "history_output.h"
+#include "report_json.h"
 #include "report_summary.h"
+#include "report_writer.h"
 
 namespace vorlane {
 namespace cli {
@@ -54,34 +56,38 @@ void writeText(std::ostream& out, const History& h) {
   }
 }
 
-void writeScanRefs(JsonWriter& json, const char* key, const std::vector<ScanRef>& scans) {
-  json.key(key).beginArray();
-  for (const ScanRef& scan : scans) json.value(scan.id);
-  json.endArray();
+Json scanIds(const std::vector<ScanRef>& scans) {
+  Json ids = Json::array();
+  for (const ScanRef& scan : scans) ids.push_back(scan.id);
+  return ids;
 }
 
 void writeJson(std::ostream& out, const History& h) {
-  JsonWriter json(out);
-  json.beginObject().key("scans").beginArray();
+  Json scans = Json::array();
   for (const ScanTotals& t : h.scans) {
-    json.beginObject().key("id").value(t.scan.id).key("node").value(t.scan.node).key("date").value(t.scan.date);
-    json.key("partial").value(t.scan.partial).key("messages").value(t.messages).key("bytes").value(t.bytes);
-    json.key("folders").value(t.folders).key("report_messages").value(t.reportMessages);
-    json.key("report_bytes").value(t.reportBytes).endObject();
+    scans.push_back({{"id", t.scan.id}, {"node", t.scan.node}, {"date", t.scan.date}, {"partial", t.scan.partial},
+                     {"messages", t.messages}, {"bytes", t.bytes}, {"folders", t.folders},
+                     {"report_messages", t.reportMessages}, {"report_bytes", t.reportBytes}});
   }
-  json.endArray().key("growth").beginObject();
-  writeScanRefs(json, "from", h.before);
-  writeScanRefs(json, "to", h.now);
-  json.key("mailboxes").beginArray();
+  Json mailboxes = Json::array();
   for (const GrowthRow& row : h.growth) {
-    json.beginObject();
-    writeJsonName(json, "domain", row.domain);
-    writeJsonName(json, "mailbox", row.mailbox);
-    json.key("bytes_before").value(row.bytesBefore).key("bytes_now").value(row.bytesNow);
-    json.key("messages_before").value(row.messagesBefore).key("messages_now").value(row.messagesNow).endObject();
+    Json j;
+    addJsonName(j, "domain", row.domain);
+    addJsonName(j, "mailbox", row.mailbox);
+    j["bytes_before"] = row.bytesBefore;
+    j["bytes_now"] = row.bytesNow;
+    j["messages_before"] = row.messagesBefore;
+    j["messages_now"] = row.messagesNow;
+    mailboxes.push_back(std::move(j));
   }
-  json.endArray().endObject().endObject();
-  out << "\n";
+  Json growth;
+  growth["from"] = scanIds(h.before);
+  growth["to"] = scanIds(h.now);
+  growth["mailboxes"] = std::move(mailboxes);
+  Json j;
+  j["scans"] = std::move(scans);
+  j["growth"] = std::move(growth);
+  out << jsonLine(j) << "\n";
 }
 
 void writeHtml(std::ostream& out, const History& h) {
@@ -92,15 +98,15 @@ void writeHtml(std::ostream& out, const History& h) {
       << "\n<h2>Scans</h2>\n<table><tr><th>id</th><th>node</th><th>date</th><th>messages</th><th>bytes</th>"
          "<th>folders</th></tr>\n";
   for (const ScanTotals& t : h.scans) {
-    out << "<tr><td>" << t.scan.id << "</td><td class=\"name\">" << htmlEscape(t.scan.node) << "</td><td>"
-        << htmlEscape(t.scan.date) << (t.scan.partial ? " (stopped early)" : "") << "</td><td>"
+    out << "<tr><td>" << t.scan.id << "</td><td class=\"name\">" << escapeMarkup(t.scan.node) << "</td><td>"
+        << escapeMarkup(t.scan.date) << (t.scan.partial ? " (stopped early)" : "") << "</td><td>"
         << formatCount(t.messages) << "</td><td>" << formatBinarySize(t.bytes) << "</td><td>"
         << formatCount(t.folders) << "</td></tr>\n";
   }
   out << "</table>\n<h2>Mailboxes that grew most</h2>\n<table><tr><th>mailbox</th><th>bytes</th><th>change</th>"
          "<th>messages change</th></tr>\n";
   for (const GrowthRow& row : h.growth) {
-    out << "<tr><td class=\"name\">" << htmlEscape(mailboxName(row)) << "</td><td>"
+    out << "<tr><td class=\"name\">" << escapeMarkup(mailboxName(row)) << "</td><td>"
         << formatBinarySize(static_cast<unsigned long long>(row.bytesNow)) << "</td><td>"
         << formatSizeChange(row.bytesNow - row.bytesBefore) << "</td><td>" << row.messagesNow - row.messagesBefore
         << "</td></tr>\n";
@@ -144,7 +150,7 @@ std::string growthChartSvg(const std::vector<ScanTotals>& scans, bool bytes) {
       const double y = height - margin - double(height - 2 * margin) * double(bytes ? t->bytes : t->messages) / top;
       svg << std::fixed << std::setprecision(1) << x << "," << y << " ";
     }
-    svg << "\"><title>" << htmlEscape(node.first) << "</title></polyline>";
+    svg << "\"><title>" << escapeMarkup(node.first) << "</title></polyline>";
   }
   svg << "</svg>";
   return svg.str();

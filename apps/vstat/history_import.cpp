@@ -15,17 +15,14 @@ namespace {
 const char* const kTotalsCollection = "Any folder class - any folder type";
 
 // The report's whole-store figures, and whether its header names the same job as the details file's.
-bool readReportTotals(const std::string& path, ScanHeader& scan, ReportSummary& report, std::string& error) {
+bool readReportTotals(const std::string& path, ScanHeader& scan, Report& report, std::string& error) {
+  // A report that is not complete is refused by the reader.
   if (!readReport(path, report, error)) return false;
-  if (!report.complete) {
-    error = path + ": the report is incomplete";
-    return false;
-  }
-  const CollectionSummary* totals = report.find(kTotalsCollection);
-  const CounterSummary* count = totals ? totals->find("Message count") : nullptr;
-  const CounterSummary* size = totals ? totals->find("Message size") : nullptr;
-  const CounterSummary* folders = totals ? totals->find("Folder count") : nullptr;
-  const CounterSummary* domains = totals ? totals->find("Domain count") : nullptr;
+  const ReportCollection* totals = report.find(kTotalsCollection);
+  const ReportCounter* count = totals ? totals->find("Message count") : nullptr;
+  const ReportCounter* size = totals ? totals->find("Message size") : nullptr;
+  const ReportCounter* folders = totals ? totals->find("Folder count") : nullptr;
+  const ReportCounter* domains = totals ? totals->find("Domain count") : nullptr;
   if (!count || !size || !folders || !domains) {
     error = path + ": the report has no \"" + kTotalsCollection + "\" totals";
     return false;
@@ -38,9 +35,9 @@ bool readReportTotals(const std::string& path, ScanHeader& scan, ReportSummary& 
   return true;
 }
 
-bool sameJob(const ReportSummary& report, const DetailsFileHeader& details) {
-  return report.productVersion == details.productVersion && report.build == std::to_string(details.build) &&
-         report.osName == details.osName && report.osCode == std::to_string(details.osCode);
+bool sameJob(const Report& report, const DetailsFileHeader& details) {
+  return report.productVersion == details.productVersion && report.build == details.build &&
+         report.osName == details.osName && report.osCode == details.osCode;
 }
 
 }  // namespace
@@ -51,7 +48,7 @@ std::string defaultNodeName() {
   return name;
 }
 
-bool importDetails(HistoryDb& db, const std::string& detailsPath, ScanHeader scan, const ReportSummary* report,
+bool importDetails(HistoryDb& db, const std::string& detailsPath, ScanHeader scan, const Report* report,
                    long long& scanId, std::string& error) {
   ScanImport import(db);
   DetailsCallbacks callbacks;
@@ -75,7 +72,7 @@ bool importDetails(HistoryDb& db, const std::string& detailsPath, ScanHeader sca
 
 bool importScan(const ImportOptions& options, long long& scanId, std::string& error) {
   ScanHeader scan;
-  ReportSummary report;
+  Report report;
   if (!readReportTotals(options.report, scan, report, error)) return false;
   scan.node = options.node.empty() ? defaultNodeName() : options.node;
   HistoryDb db;

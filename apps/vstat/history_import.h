@@ -7,7 +7,7 @@
 #include <string>
 
 #include "history_db.h"
-#include "report_reader.h"
+#include "report_model.h"
 
 namespace vorlane {
 namespace cli {
@@ -26,7 +26,7 @@ std::string defaultNodeName();
 // Adds the details file's folders as one scan; `scan` gives the node and the report's figures, the file
 // its header. With `report`, a file whose header names another job's product, build or system is refused.
 // The scan's id is returned through `scanId`.
-bool importDetails(HistoryDb& db, const std::string& detailsPath, ScanHeader scan, const ReportSummary* report,
+bool importDetails(HistoryDb& db, const std::string& detailsPath, ScanHeader scan, const Report* report,
                    long long& scanId, std::string& error);
 
 // `vstat import`: reads the report's header and totals, opens (or creates) the database and imports.

@@ -44,28 +44,9 @@ std::string csvField(const std::string& text) {
   return quoted + "\"";
 }
 
-void writeJsonName(JsonWriter& json, const char* key, const std::string& name) {
-  json.key(key).value(name);
-  if (!utils::isValidUtf8(name)) {
-    const std::string exactKey = std::string(key) + details_format::kExactBytesSuffix;
-    json.key(exactKey.c_str()).value(utils::base64Encode(name));
-  }
-}
-
-std::string htmlEscape(const std::string& text) {
-  std::string out;
-  out.reserve(text.size());
-  for (char c : text) {
-    switch (c) {
-      case '&': out += "&amp;"; break;
-      case '<': out += "&lt;"; break;
-      case '>': out += "&gt;"; break;
-      case '"': out += "&quot;"; break;
-      case '\'': out += "&#39;"; break;
-      default: out += c;
-    }
-  }
-  return out;
+void addJsonName(Json& object, const char* key, const std::string& name) {
+  object[key] = name;
+  if (!utils::isValidUtf8(name)) object[std::string(key) + details_format::kExactBytesSuffix] = utils::base64Encode(name);
 }
 
 }  // namespace cli

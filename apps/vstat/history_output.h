@@ -4,7 +4,7 @@
 
 #include <string>
 
-#include "json_writer.h"
+#include "report_json.h"
 
 namespace vorlane {
 namespace cli {
@@ -17,11 +17,9 @@ std::string formatBinarySize(unsigned long long bytes);
 std::string formatSizeChange(long long bytes);
 // An RFC 4180 field: quoted (quotes doubled) when it holds a comma, quote, CR or LF.
 std::string csvField(const std::string& text);
-// Writes `key` with the name as text and, when the name is not valid UTF-8, "<key>_base64" with its
-// exact bytes (the convention of the details file).
-void writeJsonName(JsonWriter& json, const char* key, const std::string& name);
-// &, <, >, " and ' escaped.
-std::string htmlEscape(const std::string& text);
+// Sets `key` to the name as text and, when the name is not valid UTF-8, "<key>_base64" to its exact
+// bytes (the convention of the details file).
+void addJsonName(Json& object, const char* key, const std::string& name);
 
 }  // namespace cli
 }  // namespace vorlane

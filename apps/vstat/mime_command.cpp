@@ -1,5 +1,6 @@
 // vstat mime [--json] FILE...: shows why a message counts as it does by printing the MIME part tree the
 // store scan sees, as an outline or as one JSON object per file and line.
+#include <fcntl.h>
 
 #include <cerrno>
 #include <cstring>
@@ -9,10 +10,11 @@
 #include <vector>
 
 #include "commands.h"
-#include "json_writer.h"
 #include "mime/mail_struct.h"
 #include "mime_tree_output.h"
+#include "report_json.h"
 #include "stat/message_file.h"
+#include "terminal_text.h"
 
 namespace vorlane {
 namespace cli {
@@ -21,15 +23,15 @@ namespace {
 
 // What the store scan would add to the statistic for this message (a message the parser rejects
 // counts with zero header and body sizes).
-void writeClassificationJson(JsonWriter& json, const MessageFacts& c) {
-  json.beginObject();
-  json.key("header").value(static_cast<unsigned long long>(c.headerSize));
-  json.key("plain").value(static_cast<unsigned long long>(c.plainTextSize));
-  json.key("html").value(static_cast<unsigned long long>(c.htmlSize));
-  json.key("rtf").value(static_cast<unsigned long long>(c.rtfSize));
-  json.key("signed").value(c.isSigned);
-  json.key("encrypted").value(c.isEncrypted);
-  json.endObject();
+Json classificationJson(const MessageFacts& c) {
+  Json j;
+  j["header"] = static_cast<unsigned long long>(c.headerSize);
+  j["plain"] = static_cast<unsigned long long>(c.plainTextSize);
+  j["html"] = static_cast<unsigned long long>(c.htmlSize);
+  j["rtf"] = static_cast<unsigned long long>(c.rtfSize);
+  j["signed"] = c.isSigned;
+  j["encrypted"] = c.isEncrypted;
+  return j;
 }
 
 void writeClassificationText(std::ostream& out, const MessageFacts& c) {
@@ -50,27 +52,19 @@ bool showFile(const char* path, bool asJson, std::ostream& out, std::ostream& er
     // errno is left by the system call that failed, and stays 0 for a file refused for its type.
     const int reason = errno;
     error.pop_back();  // the line end
-    err << "vstat mime: " << error << (reason ? ": " : "") << (reason ? std::strerror(reason) : "") << '\n';
+    err << "vstat mime: " << terminalSafe(error) << (reason ? ": " : "") << (reason ? std::strerror(reason) : "") << '\n';
     return false;
   }
 
   if (asJson) {
-    JsonWriter json(out);
-    json.beginObject();
-    json.key("file").value(path);
-    json.key("parsed").value(tree != nullptr);
-    json.key("tree");
-    if (tree) {
-      writeMimeTreeJson(json, tree.get());
-    } else {
-      json.null();
-    }
-    json.key("classification");
-    writeClassificationJson(json, classification);
-    json.endObject();
-    out << '\n';
+    Json j;
+    j["file"] = path;
+    j["parsed"] = tree != nullptr;
+    j["tree"] = tree ? mimeTreeJson(tree.get()) : Json(nullptr);
+    j["classification"] = classificationJson(classification);
+    out << jsonLine(j) << '\n';
   } else {
-    out << path << " (" << classification.size << " bytes)\n";
+    out << terminalSafe(path) << " (" << classification.size << " bytes)\n";
     if (tree) {
       writeMimeTreeText(out, tree.get());
     } else {

@@ -2,6 +2,8 @@
 
 #include <string>
 
+#include "terminal_text.h"
+
 namespace vorlane {
 namespace cli {
 
@@ -10,10 +12,10 @@ namespace {
 const char* orEmpty(const char* text) { return text != nullptr ? text : ""; }
 
 void writeTextNode(std::ostream& out, const mime::mail_struct* node, int depth) {
-  out << std::string(2 * depth, ' ') << orEmpty(node->content_type.get()) << '/'
-      << orEmpty(node->content_subtype.get());
+  out << std::string(2 * depth, ' ') << terminalSafe(orEmpty(node->content_type.get())) << '/'
+      << terminalSafe(orEmpty(node->content_subtype.get()));
   const char* boundary = node->content_params.get("boundary");
-  if (boundary != nullptr && node->first_child != nullptr) out << " boundary=" << JsonWriter::quote(boundary);
+  if (boundary != nullptr && node->first_child != nullptr) out << " boundary=\"" << terminalSafe(boundary) << '"';
   out << " header " << node->header_bytes << "B/" << node->header_lines << "L"
       << " body " << node->body_bytes << "B/" << node->body_lines << "L"
       << " total " << node->total_bytes << "B/" << node->total_lines << "L";
@@ -28,23 +30,22 @@ void writeTextNode(std::ostream& out, const mime::mail_struct* node, int depth) 
 
 void writeMimeTreeText(std::ostream& out, const mime::mail_struct* root) { writeTextNode(out, root, 0); }
 
-void writeMimeTreeJson(JsonWriter& json, const mime::mail_struct* node) {
-  json.beginObject();
-  json.key("type").value(orEmpty(node->content_type.get()));
-  json.key("subtype").value(orEmpty(node->content_subtype.get()));
-  json.key("header_bytes").value(static_cast<long long>(node->header_bytes));
-  json.key("header_lines").value(static_cast<long long>(node->header_lines));
-  json.key("body_bytes").value(static_cast<long long>(node->body_bytes));
-  json.key("body_lines").value(static_cast<long long>(node->body_lines));
-  json.key("total_bytes").value(static_cast<long long>(node->total_bytes));
-  json.key("total_lines").value(static_cast<long long>(node->total_lines));
-  json.key("uuencoded").value(node->uuencoded != 0);
-  json.key("children").beginArray();
+Json mimeTreeJson(const mime::mail_struct* node) {
+  Json j;
+  j["type"] = orEmpty(node->content_type.get());
+  j["subtype"] = orEmpty(node->content_subtype.get());
+  j["header_bytes"] = node->header_bytes;
+  j["header_lines"] = node->header_lines;
+  j["body_bytes"] = node->body_bytes;
+  j["body_lines"] = node->body_lines;
+  j["total_bytes"] = node->total_bytes;
+  j["total_lines"] = node->total_lines;
+  j["uuencoded"] = node->uuencoded != 0;
+  j["children"] = Json::array();
   for (const mime::mail_struct* child = node->first_child; child != nullptr; child = child->next_sibling) {
-    writeMimeTreeJson(json, child);
+    j["children"].push_back(mimeTreeJson(child));
   }
-  json.endArray();
-  json.endObject();
+  return j;
 }
 
 }  // namespace cli

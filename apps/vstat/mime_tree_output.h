@@ -1,11 +1,11 @@
-// Renders a parsed MIME part tree for people (an indented outline) and for programs (JSON), with every
-// count the parser keeps per part. Only reads the tree.
+// Renders a parsed MIME part tree for people (an indented outline, every text from the message made
+// terminal-safe) and for programs (JSON), with every count the parser keeps per part. Only reads the tree.
 #pragma once
 
 #include <ostream>
 
-#include "json_writer.h"
 #include "mime/mail_struct.h"
+#include "report_json.h"
 
 namespace vorlane {
 namespace cli {
@@ -16,7 +16,7 @@ void writeMimeTreeText(std::ostream& out, const mime::mail_struct* root);
 
 // {"type", "subtype", "header_bytes", "header_lines", "body_bytes", "body_lines", "total_bytes",
 //  "total_lines", "uuencoded", "children": [...]}; an enclosed message is the only child of its part.
-void writeMimeTreeJson(JsonWriter& json, const mime::mail_struct* node);
+Json mimeTreeJson(const mime::mail_struct* node);
 
 }  // namespace cli
 }  // namespace vorlane

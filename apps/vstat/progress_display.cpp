@@ -7,6 +7,8 @@
 #include <cstdio>
 #include <cstdlib>
 
+#include "terminal_text.h"
+
 namespace vorlane {
 namespace cli {
 
@@ -19,21 +21,10 @@ const size_t kMinBarWidth = 10;
 const size_t kMinWidthForBar = 60;
 const size_t kMinLocationWidth = 8;
 
-// Names come from the store on disk and server texts from another process: control characters in them
-// must not move the cursor or switch the terminal's modes.
-std::string printable(const std::string& s) {
-  std::string out(s);
-  for (char& c : out) {
-    const unsigned char u = static_cast<unsigned char>(c);
-    if (u < 0x20 || u == 0x7f) c = '?';
-  }
-  return out;
-}
-
 std::string location(const ProgressEvent& e) {
-  if (e.mailbox.empty()) return printable(e.domain);
-  if (e.domain.empty()) return printable(e.mailbox);
-  return printable(e.domain + "/" + e.mailbox);
+  if (e.mailbox.empty()) return terminalSafe(e.domain);
+  if (e.domain.empty()) return terminalSafe(e.mailbox);
+  return terminalSafe(e.domain + "/" + e.mailbox);
 }
 
 bool isContinuationByte(char c) { return (static_cast<unsigned char>(c) & 0xC0) == 0x80; }
@@ -190,10 +181,10 @@ void ProgressDisplay::note(const std::string& line) {
   if (terminal_) {
     const bool redraw = drawnLength_ != 0;
     clearLine();
-    out_ << printable(line) << '\n';
+    out_ << terminalSafe(line) << '\n';
     if (redraw) draw();
   } else {
-    out_ << printable(line) << '\n';
+    out_ << terminalSafe(line) << '\n';
   }
   out_.flush();
 }

@@ -44,6 +44,9 @@ struct Report {
   std::string osName;
   unsigned long long osCode = 0;
   std::vector<ReportCollection> collections;
+  // Not part of the report's text: the modification time of the file it was read from (seconds since
+  // the epoch), 0 when it was not read from a file.
+  long long fileTime = 0;
 
   // The collection of that name, or null.
   const ReportCollection* find(const std::string& collectionName) const;

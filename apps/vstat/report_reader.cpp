@@ -355,7 +355,7 @@ class ReportParser {
 };
 
 // Opens a report without blocking on a FIFO or device and checks it is a regular file of bounded size.
-bool openReport(const std::string& path, int& fd, long long& size, std::string& error) {
+bool openReport(const std::string& path, int& fd, long long& modified, std::string& error) {
   fd = open(path.c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC);
   if (fd < 0) {
     error = "cannot open report '" + path + "': " + std::strerror(errno);
@@ -375,16 +375,15 @@ bool openReport(const std::string& path, int& fd, long long& size, std::string& 
             " MiB; not a store statistics report";
     return false;
   }
-  size = st.st_size;
+  modified = st.st_mtime;
   return true;
 }
 
 // Reads the file piece by piece into `consume`; the size limit also holds for a file that grows.
 bool readPieces(const std::string& path, const std::function<bool(const char*, size_t, bool)>& consume,
-                std::string& error) {
+                long long& modified, std::string& error) {
   int raw = -1;
-  long long size = 0;
-  const bool opened = openReport(path, raw, size, error);
+  const bool opened = openReport(path, raw, modified, error);
   Descriptor fd(raw);
   if (!opened) return false;
   std::unique_ptr<char[]> buffer(new char[kReadPiece]);
@@ -425,13 +424,16 @@ bool parseReport(const std::string& text, Report& report, std::string& error) {
 
 bool readReport(const std::string& path, Report& report, std::string& error) {
   ReportParser parser(report);
+  long long modified = 0;
   const bool ok = readPieces(
-      path, [&parser](const char* data, size_t size, bool last) { return parser.feed(data, size, last); }, error);
+      path, [&parser](const char* data, size_t size, bool last) { return parser.feed(data, size, last); }, modified,
+      error);
   if (!ok && error.empty()) error = "report '" + path + "': " + parser.error();
+  report.fileTime = modified;
   return ok;
 }
 
-bool readReportText(const std::string& path, std::string& text, std::string& error) {
+bool readReportText(const std::string& path, std::string& text, long long& modified, std::string& error) {
   text.clear();
   return readPieces(
       path,
@@ -439,7 +441,7 @@ bool readReportText(const std::string& path, std::string& text, std::string& err
         text.append(data, size);
         return true;
       },
-      error);
+      modified, error);
 }
 
 }  // namespace cli

@@ -32,8 +32,9 @@ bool parseReport(const std::string& text, Report& report, std::string& error);
 // FIFO or device is refused, not waited on). False with `error` naming the path and the reason.
 bool readReport(const std::string& path, Report& report, std::string& error);
 
-// The whole text of a report file, with the same checks; for callers that keep the bytes as well.
-bool readReportText(const std::string& path, std::string& text, std::string& error);
+// The whole text of a report file and its modification time, with the same checks; for callers that
+// keep the bytes as well.
+bool readReportText(const std::string& path, std::string& text, long long& modified, std::string& error);
 
 }  // namespace cli
 }  // namespace vorlane

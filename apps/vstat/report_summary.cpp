@@ -2,10 +2,16 @@
 
 #include <algorithm>
 #include <cstdio>
-#include <vector>
+
+#include "terminal_text.h"
 
 namespace vorlane {
 namespace cli {
+
+const char* const kTableHeadings[9] = {"Messages", "Size", "Average", "Largest", "Header",
+                                       "Text",     "HTML", "RTF",     "Attach"};
+const char* const kMainHistograms[4] = {"Message size", "Folder size", "Message count per folder",
+                                        "Folder count per user"};
 
 namespace {
 
@@ -18,8 +24,6 @@ const char kUserFolders[] = "Any folder class - user folders";
 const char kAllMail[] = "IPF.Note - any folder type";
 const char kAllContacts[] = "IPF.Contact - any folder type";
 
-const char* const kMainHistograms[] = {"Message size", "Folder size", "Message count per folder",
-                                       "Folder count per user"};
 const char* const kBodyCounters[] = {"Message header size", "Plain text body size", "HTML body size",
                                      "RTF body size", "Attachment size"};
 
@@ -38,13 +42,11 @@ bool endsWith(const std::string& s, const std::string& suffix) {
 // Histograms over byte counts are named "... size"; the others count messages, folders or users.
 bool isSizeCounter(const std::string& name) { return endsWith(name, "size"); }
 
-const ReportCounter* findCounter(const ReportCollection* c, const char* name) {
-  return c ? c->find(name) : nullptr;
-}
+const ReportCounter* findCounter(const ReportCollection* c, const char* name) { return c ? c->find(name) : nullptr; }
+
+bool hasSum(const ReportCounter* c) { return c && !c->valueOnly; }
 
 std::string countOrNa(const ReportCounter* c) { return c ? formatCount(c->count) : "n/a"; }
-
-std::string sizeOrNa(const ReportCounter* c) { return c && !c->valueOnly ? formatSize(c->sum) : "n/a"; }
 
 // Sizes average to a size; counts (messages per folder, folders per user) to a number with one decimal.
 std::string average(const ReportCounter& c, bool bytes) {
@@ -57,127 +59,59 @@ std::string average(const ReportCounter& c, bool bytes) {
   return text;
 }
 
-// The number of folders a collection saw: every folder-class collection counts each matching folder in
-// "Message count per folder"; the all-folders collection has its own "Folder count".
-const ReportCounter* folderCounter(const ReportCollection& c) {
-  const ReportCounter* perFolder = c.find("Message count per folder");
-  return perFolder ? perFolder : c.find("Folder count");
-}
-
-bool hasData(const ReportCollection& c) {
-  for (const ReportCounter& counter : c.counters) {
-    if (counter.count != 0) return true;
-  }
-  return false;
-}
-
-void renderTotals(std::ostream& out, const Report& report) {
-  const ReportCollection* all = report.find(kAllFolders);
-  const ReportCollection* users = report.find(kUserFolders);
-  const ReportCollection* mail = report.find(kAllMail);
-  const ReportCollection* contacts = report.find(kAllContacts);
-  const ReportCounter* signedCount = findCounter(mail, "Signed message count");
-  const ReportCounter* signedSize = findCounter(mail, "Size of signed messages");
-  const ReportCounter* encryptedCount = findCounter(mail, "Encrypted message count");
-  const ReportCounter* encryptedSize = findCounter(mail, "Size of encrypted messages");
-
-  out << "Store totals\n";
-  out << "  Messages         " << countOrNa(findCounter(all, "Message count")) << "\n";
-  out << "  Total size       " << sizeOrNa(findCounter(all, "Message size")) << "\n";
-  out << "  Folders          " << countOrNa(findCounter(all, "Folder count")) << "\n";
-  out << "  Domains          " << countOrNa(findCounter(all, "Domain count")) << "\n";
-  // Every user mailbox adds one sample to the per-user folder histogram, even without folders.
-  out << "  Mailboxes        " << countOrNa(findCounter(users, "Folder count per user")) << "\n";
-  out << "  Signed mail      " << countOrNa(signedCount);
-  if (signedSize && !signedSize->valueOnly) out << " (" << formatSize(signedSize->sum) << ")";
-  out << "\n";
-  out << "  Encrypted mail   " << countOrNa(encryptedCount);
-  if (encryptedSize && !encryptedSize->valueOnly) out << " (" << formatSize(encryptedSize->sum) << ")";
-  out << "\n";
-  out << "  Distr. lists     " << countOrNa(findCounter(contacts, "Distribution list count")) << "\n";
-
-  if (mail) {
-    struct Body { const char* counter; const char* label; };
-    const Body bodies[] = {{"Count of messages with only plain text body", "text"},
-                           {"Count of messages with only html body", "HTML"},
-                           {"Count of messages with plain text and HTML body", "text+HTML"},
-                           {"Count of messages with plain text and RTF body", "text+RTF"},
-                           {"Count of messages with plain text, HTML and RTF body", "text+HTML+RTF"}};
-    std::string line;
-    for (const Body& b : bodies) {
-      const ReportCounter* c = mail->find(b.counter);
-      if (!c) continue;
-      if (!line.empty()) line += ", ";
-      line += std::string(b.label) + " " + formatCount(c->count);
-    }
-    if (!line.empty()) out << "  Mail bodies      " << line << "\n";
-  }
+// Per cent of `whole` with one decimal, or "-" without a counter to take it from.
+std::string share(const ReportCounter* part, unsigned long long whole) {
+  if (!hasSum(part) || whole == 0) return "-";
+  char text[16];
+  std::snprintf(text, sizeof text, "%.1f%%", 100.0 * static_cast<double>(part->sum) / static_cast<double>(whole));
+  return text;
 }
 
 void renderTable(std::ostream& out, const Report& report) {
+  const std::vector<TableRow> rows = collectionTable(report);
+  if (rows.empty()) {
+    out << "\nNo collection holds data.\n";
+    return;
+  }
+  const size_t widths[] = {9, 9, 9, 9, 7, 7, 7, 7, 7};
   size_t nameWidth = 10;
-  for (const ReportCollection& c : report.collections) nameWidth = std::max(nameWidth, std::min<size_t>(c.name.size(), 48));
-  out << "\nCollections\n";
-  out << "  " << padRight("Name", nameWidth) << "  " << padLeft("Messages", 12) << "  " << padLeft("Size", 9) << "  "
-      << padLeft("Folders", 9) << "\n";
-  for (const ReportCollection& c : report.collections) {
-    const ReportCounter* messages = c.find("Message count");
-    const ReportCounter* size = c.find("Message size");
-    const ReportCounter* folders = folderCounter(c);
-    out << "  " << padRight(c.name, nameWidth) << "  " << padLeft(messages ? formatCount(messages->count) : "-", 12)
-        << "  " << padLeft(size && !size->valueOnly ? formatSize(size->sum) : "-", 9) << "  "
-        << padLeft(folders ? formatCount(folders->count) : "-", 9) << "\n";
+  for (const TableRow& row : rows) nameWidth = std::max(nameWidth, std::min<size_t>(terminalSafe(row.name).size(), 40));
+  out << "\n" << padRight("Collections with data", nameWidth + 2);
+  for (size_t i = 0; i < 9; ++i) out << " " << padLeft(kTableHeadings[i], widths[i]);
+  out << "\n";
+  for (const TableRow& row : rows) {
+    out << "  " << padRight(terminalSafe(row.name), nameWidth);
+    for (size_t i = 0; i < 9; ++i) out << " " << padLeft(row.cells[i], widths[i]);
+    out << "\n";
   }
 }
 
 void renderHistogram(std::ostream& out, const ReportCounter& h, const SummaryOptions& options) {
   const bool bytes = isSizeCounter(h.name);
-  out << "    " << h.name << ": " << formatCount(h.count) << " samples, avg "
-      << average(h, bytes) << ", max "
-      << (bytes ? formatSize(h.max) : formatCount(h.max)) << "\n";
-
-  // Leading and trailing empty buckets carry nothing; inner ones show the shape.
-  size_t first = h.buckets.size();
-  size_t last = 0;
+  out << "    " << terminalSafe(h.name) << ": " << formatCount(h.count) << " samples, avg " << average(h, bytes)
+      << ", max " << (bytes ? formatSize(h.max) : formatCount(h.max)) << "\n";
+  const std::vector<Bar> bars = histogramBars(h);
   unsigned long long peak = 0;
   unsigned long long total = 0;
-  for (size_t i = 0; i < h.buckets.size(); ++i) {
-    if (h.buckets[i].count == 0) continue;
-    first = std::min(first, i);
-    last = i;
-    peak = std::max(peak, h.buckets[i].count);
-    total += h.buckets[i].count;
-  }
-  if (peak == 0) return;
-
-  std::vector<std::string> labels;
   size_t labelWidth = 0;
-  for (size_t i = first; i <= last; ++i) {
-    std::string label;
-    if (h.buckets[i].max == kAllBits && i > 0) {
-      label = "> " + formatLimit(h.buckets[i - 1].max, bytes);
-    } else if (h.buckets[i].max == 0) {
-      label = "0";
-    } else {
-      label = "<= " + formatLimit(h.buckets[i].max, bytes);
-    }
-    labelWidth = std::max(labelWidth, label.size());
-    labels.push_back(label);
+  for (const Bar& b : bars) {
+    peak = std::max(peak, b.count);
+    total += b.count;
+    labelWidth = std::max(labelWidth, b.label.size());
   }
-  for (size_t i = first; i <= last; ++i) {
-    const unsigned long long n = h.buckets[i].count;
+  for (const Bar& b : bars) {
     // A bucket with any sample gets at least one mark so that it never looks empty.
-    size_t marks = static_cast<size_t>(static_cast<double>(n) * options.barWidth / static_cast<double>(peak) + 0.5);
-    if (n > 0 && marks == 0) marks = 1;
+    size_t marks = static_cast<size_t>(static_cast<double>(b.count) * options.barWidth / static_cast<double>(peak) + 0.5);
+    if (b.count > 0 && marks == 0) marks = 1;
     char percent[16];
-    std::snprintf(percent, sizeof percent, "%5.1f%%", 100.0 * static_cast<double>(n) / static_cast<double>(total));
-    out << "      " << padLeft(labels[i - first], labelWidth) << " |" << padRight(std::string(marks, '#'), options.barWidth)
-        << "| " << padLeft(formatCount(n), 9) << " " << percent << "\n";
+    std::snprintf(percent, sizeof percent, "%5.1f%%", 100.0 * static_cast<double>(b.count) / static_cast<double>(total));
+    out << "      " << padLeft(b.label, labelWidth) << " |" << padRight(std::string(marks, '#'), options.barWidth)
+        << "| " << padLeft(formatCount(b.count), 9) << " " << percent << "\n";
   }
 }
 
 void renderCollection(std::ostream& out, const ReportCollection& c, const SummaryOptions& options) {
-  out << "\n  " << c.name << "\n";
+  out << "\n  " << terminalSafe(c.name) << "\n";
   for (const char* name : kBodyCounters) {
     const ReportCounter* counter = c.find(name);
     if (!counter || counter->count == 0) continue;
@@ -229,28 +163,111 @@ std::string formatLimit(unsigned long long limit, bool bytes) {
   return formatCount(limit) + " " + kUnits[unit];
 }
 
-void renderSummary(std::ostream& out, const Report& report, const SummaryOptions& options) {
-  out << "Store statistics report";
-  if (!report.version.empty()) out << " (format " << report.version << ")";
-  out << "\n";
-  out << "  Product " << (report.productVersion.empty() ? "?" : report.productVersion) << " build " << report.build
-      << " on " << (report.osName.empty() ? "?" : report.osName) << " (os code " << report.osCode << ")\n";
-  out << "\n";
-  renderTotals(out, report);
-  if (report.collections.empty()) {
-    out << "\nThe report holds no collections.\n";
-    return;
+std::vector<TotalLine> storeTotals(const Report& report) {
+  const ReportCollection* all = report.find(kAllFolders);
+  const ReportCollection* mail = report.find(kAllMail);
+  const ReportCounter* sizes = findCounter(all, "Message size");
+  const ReportCounter* signedSize = findCounter(mail, "Size of signed messages");
+  const ReportCounter* encryptedSize = findCounter(mail, "Size of encrypted messages");
+  std::vector<TotalLine> lines = {
+      {"Domains", countOrNa(findCounter(all, "Domain count"))},
+      // Every user mailbox adds one sample to the per-user folder histogram, even without folders.
+      {"Mailboxes", countOrNa(findCounter(report.find(kUserFolders), "Folder count per user"))},
+      {"Folders", countOrNa(findCounter(all, "Folder count"))},
+      {"Messages", countOrNa(findCounter(all, "Message count"))},
+      {"Total size", hasSum(sizes) ? formatSize(sizes->sum) : "n/a"},
+      {"Largest message", hasSum(sizes) ? formatSize(sizes->max) : "n/a"},
+      {"Signed mail", countOrNa(findCounter(mail, "Signed message count")) +
+                          (hasSum(signedSize) ? " (" + formatSize(signedSize->sum) + ")" : "")},
+      {"Encrypted mail", countOrNa(findCounter(mail, "Encrypted message count")) +
+                             (hasSum(encryptedSize) ? " (" + formatSize(encryptedSize->sum) + ")" : "")},
+      {"Distr. lists", countOrNa(findCounter(report.find(kAllContacts), "Distribution list count"))},
+  };
+  if (mail) {
+    struct Body { const char* counter; const char* label; };
+    const Body bodies[] = {{"Count of messages with only plain text body", "text"},
+                           {"Count of messages with only html body", "HTML"},
+                           {"Count of messages with plain text and HTML body", "text+HTML"},
+                           {"Count of messages with plain text and RTF body", "text+RTF"},
+                           {"Count of messages with plain text, HTML and RTF body", "text+HTML+RTF"}};
+    std::string line;
+    for (const Body& b : bodies) {
+      const ReportCounter* c = mail->find(b.counter);
+      if (!c) continue;
+      if (!line.empty()) line += ", ";
+      line += std::string(b.label) + " " + formatCount(c->count);
+    }
+    if (!line.empty()) lines.push_back({"Mail bodies", line});
   }
+  return lines;
+}
+
+// Every user adds a sample, possibly 0, to the per-user folder histogram of each collection of its
+// scope; that alone is not data.
+bool hasData(const ReportCollection& c) {
+  for (const ReportCounter& counter : c.counters) {
+    if (counter.count != 0 && counter.name != "Folder count per user") return true;
+  }
+  return false;
+}
+
+std::vector<TableRow> collectionTable(const Report& report) {
+  std::vector<TableRow> rows;
+  for (const ReportCollection& c : report.collections) {
+    if (!hasData(c)) continue;
+    const ReportCounter* messages = c.find("Message count");
+    const ReportCounter* size = c.find("Message size");
+    const bool sized = hasSum(size);
+    const unsigned long long bytes = sized ? size->sum : 0;
+    rows.push_back(TableRow{c.name,
+                            {messages ? formatCount(messages->count) : "-", sized ? formatSize(size->sum) : "-",
+                             sized ? average(*size, true) : "-", sized && size->count ? formatSize(size->max) : "-",
+                             share(c.find("Message header size"), bytes), share(c.find("Plain text body size"), bytes),
+                             share(c.find("HTML body size"), bytes), share(c.find("RTF body size"), bytes),
+                             share(c.find("Attachment size"), bytes)}});
+  }
+  return rows;
+}
+
+std::vector<Bar> histogramBars(const ReportCounter& h) {
+  const bool bytes = isSizeCounter(h.name);
+  // Leading and trailing empty buckets carry nothing; inner ones show the shape.
+  size_t first = h.buckets.size();
+  size_t last = 0;
+  for (size_t i = 0; i < h.buckets.size(); ++i) {
+    if (h.buckets[i].count == 0) continue;
+    first = std::min(first, i);
+    last = i;
+  }
+  std::vector<Bar> bars;
+  for (size_t i = first; i <= last && i < h.buckets.size(); ++i) {
+    std::string label;
+    if (h.buckets[i].max == kAllBits && i > 0) {
+      label = "> " + formatLimit(h.buckets[i - 1].max, bytes);
+    } else if (h.buckets[i].max == 0) {
+      label = "0";
+    } else {
+      label = "<= " + formatLimit(h.buckets[i].max, bytes);
+    }
+    bars.push_back(Bar{label, h.buckets[i].count});
+  }
+  return bars;
+}
+
+void renderSummary(std::ostream& out, const Report& report, const SummaryOptions& options) {
+  out << "Store statistics report (format " << terminalSafe(report.version) << ")\n";
+  out << "  Product " << terminalSafe(report.productVersion) << ", build " << report.build << ", on "
+      << terminalSafe(report.osName) << " (os code " << report.osCode << ")\n\nStore totals\n";
+  for (const TotalLine& line : storeTotals(report)) out << "  " << padRight(line.label, 17) << line.value << "\n";
   renderTable(out, report);
   if (!options.showHistograms) return;
-
-  std::vector<const ReportCollection*> withData;
+  bool any = false;
   for (const ReportCollection& c : report.collections) {
-    if (hasData(c)) withData.push_back(&c);
+    if (!hasData(c)) continue;
+    if (!any) out << "\nDistributions\n";
+    any = true;
+    renderCollection(out, c, options);
   }
-  if (withData.empty()) return;
-  out << "\nDistributions (collections with data)\n";
-  for (const ReportCollection* c : withData) renderCollection(out, *c, options);
 }
 
 }  // namespace cli

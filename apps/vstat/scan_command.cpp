@@ -10,11 +10,16 @@
 // Exit status (also in --help):
 //   0  the report was written (and copied, with --report)
 //   1  the job failed, was refused, or was stopped by Ctrl-C (a partial report is still shown and copied)
-//   2  usage error, including a --report target whose directory is missing or not writable
+//   2  usage error, including a --report or -o target whose directory is missing or not writable
 //   3  STORE_DIR/mail is missing or not a directory
 //   4  the server program is missing, not executable, or cannot be started
 //   5  the server died, hung, or broke the protocol before the job ended
 //   6  the report was written but cannot be read or copied to --report FILE
+//   7  another scan holds the report lock and --no-wait was given
+//
+// Two scans on one machine would share the fixed report path: the report lock (report_lock.h) is taken
+// before the server starts and held until the report has been read and copied; a second scan waits
+// for it (and says so), or with --no-wait gives up at once.
 #include <signal.h>
 #include <sys/stat.h>
 #include <sys/utsname.h>
@@ -31,19 +36,22 @@
 #include <iostream>
 #include <memory>
 #include <string>
+#include <thread>
 
 #include "command_line.h"
 #include "commands.h"
 #include "progress_display.h"
 #include "report_reader.h"
-#include "report_summary.h"
+#include "report_output.h"
+#include "stat/job_facts.h"
 #include "stat/report_file.h"
+#include "stat/report_lock.h"
 #include "stat/scan_settings.h"
+#include "stat/stat_job_client.h"
+#include "terminal_text.h"
 #include "stat/vstat_messages.h"
 #include "utils/string_utils.h"
 #include "vcom/message_types.h"
-#include "vcom/msg.h"
-#include "vcom/server_process.h"
 
 namespace vorlane {
 namespace cli {
@@ -57,11 +65,10 @@ enum ExitCode {
   kExitNoServer = 4,
   kExitServerDied = 5,
   kExitReportUnusable = 6,
+  kExitBusy = 7,
 };
 
-// The server always writes its report here.
-const char kReportPath[] = "/tmp/VStatReport.xml";
-const char kServerName[] = "vstatserver";
+using vstat::kReportPath;
 
 // Defaults for the informational header fields of the report. A report made from the command line is
 // marked as such instead of pretending to come from a mail server release.
@@ -116,9 +123,10 @@ struct ScanOptions {
   std::string osName;
   unsigned long osCode = kDefaultOsCode;
   bool verbose = false;
-  bool histograms = true;
+  bool noWait = false;
   unsigned threads = 0;  // 0: the server's own default
   bool gentle = false;
+  std::shared_ptr<OutputOptions> output = std::make_shared<OutputOptions>();
 };
 
 std::string defaultOsName() {
@@ -129,7 +137,7 @@ std::string defaultOsName() {
 
 // The store is checked before anything is started: the server would only find an empty walk.
 int checkStore(ScanOptions& options) {
-  const std::string mail = options.storeDir + "/mail";
+  const std::string mail = options.storeDir + vstat::kMailRoot;
   struct stat st;
   if (stat(mail.c_str(), &st) != 0) {
     std::fprintf(stderr, "vstat scan: '%s' is not a message store: cannot access '%s': %s\n",
@@ -156,9 +164,24 @@ int checkStore(ScanOptions& options) {
   return kExitReport;
 }
 
-// --report is checked before the scan, so that a long scan does not end in a copy that cannot be made.
-// A directory receives the report under its own name.
-int checkReportTarget(ScanOptions& options) {
+// A file is written into its directory (a temporary name, then a rename), so the directory must be
+// writable; checked before the scan, so that a long scan does not end in an output that cannot be made.
+int checkWritableDirectory(const std::string& file, const char* what) {
+  const size_t slash = file.rfind('/');
+  const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : file.substr(0, slash);
+  if (access(dir.c_str(), W_OK) != 0) {
+    std::fprintf(stderr, "vstat scan: cannot write the %s into '%s': %s\n", what, dir.c_str(), std::strerror(errno));
+    return kExitUsage;
+  }
+  return kExitReport;
+}
+
+// A --report directory receives the report under its own name.
+int checkOutputTargets(ScanOptions& options) {
+  if (!options.output->file.empty()) {
+    const int status = checkWritableDirectory(options.output->file, "output");
+    if (status != kExitReport) return status;
+  }
   if (options.reportCopy.empty()) return kExitReport;
   struct stat st;
   if (stat(options.reportCopy.c_str(), &st) == 0 && S_ISDIR(st.st_mode)) {
@@ -166,30 +189,19 @@ int checkReportTarget(ScanOptions& options) {
     if (options.reportCopy != "/") options.reportCopy += "/";
     options.reportCopy += std::strrchr(kReportPath, '/') + 1;
   }
-  const size_t slash = options.reportCopy.rfind('/');
-  const std::string dir = slash == std::string::npos ? "." : slash == 0 ? "/" : options.reportCopy.substr(0, slash);
-  if (access(dir.c_str(), W_OK) != 0) {
-    std::fprintf(stderr, "vstat scan: cannot write the report copy into '%s': %s\n", dir.c_str(),
-                 std::strerror(errno));
-    return kExitUsage;
-  }
-  return kExitReport;
+  return checkWritableDirectory(options.reportCopy, "report copy");
 }
 
-// The server lives next to the vstat program unless --server names it.
+// The server lives next to the vstat program (or in the installed layout) unless --server names it.
 int findServer(ScanOptions& options) {
   if (options.serverPath.empty()) {
-    char self[PATH_MAX];
-    const ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
-    if (n <= 0) {
-      std::fprintf(stderr, "vstat scan: cannot find the vstat program's directory (/proc/self/exe): %s; use --server\n",
-                   std::strerror(errno));
+    std::string error;
+    const std::string dir = vstat::StatJobClient::ownDirectory(error);
+    if (dir.empty()) {
+      std::fprintf(stderr, "vstat scan: %s; use --server\n", error.c_str());
       return kExitNoServer;
     }
-    self[n] = '\0';
-    std::string dir(self);
-    dir.erase(dir.rfind('/') + 1);
-    options.serverPath = dir + kServerName;
+    options.serverPath = vstat::StatJobClient::locateServer(dir);
   }
   const char* path = options.serverPath.c_str();
   struct stat st;
@@ -233,21 +245,6 @@ vstat::ProcessStoreReqBuffT buildRequest(const ScanOptions& options) {
   return request;
 }
 
-// A text field of a received payload, bounded by its width even when the sender left out the NUL.
-std::string payloadText(const vcom::Msg& msg, size_t offset, size_t width) {
-  const size_t available = msg.payloadSize();
-  if (offset >= available) return std::string();
-  const char* start = msg.payload() + offset;
-  const size_t limit = std::min(width, available - offset);
-  size_t n = 0;
-  while (n < limit && start[n] != '\0') ++n;
-  return std::string(start, n);
-}
-
-uint32_t payloadU32(const vcom::Msg& msg, size_t offset) {
-  return msg.payloadSize() >= offset + 4 ? vcom::getU32(msg.payload() + offset) : 0;
-}
-
 struct JobOutcome {
   bool finished = false;       // the final progress event arrived
   bool reportWritten = false;  // and it said the report file was written
@@ -263,14 +260,19 @@ class ScanRun {
       : options_(options), display_(std::cout, isatty(STDOUT_FILENO) == 1, terminalWidth(STDOUT_FILENO)) {}
 
   int run() {
-    if (!server_.start(options_.serverPath)) {
+    const int locked = lockReport();
+    if (locked != kExitReport) return locked;
+    // The server we start must not wait for the lock we hold.
+    setenv(vstat::kReportLockHeldVariable, "1", 1);
+    const bool started = server_.start(options_.serverPath);
+    unsetenv(vstat::kReportLockHeldVariable);
+    if (!started) {
       std::fprintf(stderr, "vstat scan: cannot start the server: %s\n", server_.lastError().c_str());
       return kExitNoServer;
     }
-    char wire[vstat::kProcessStoreReqWireSize];
-    vstat::encodeProcessStoreRequest(buildRequest(options_), wire);
-    seq_ = server_.sendRequest(vstat::ProcessStore, wire, sizeof wire, kSendTimeoutMs);
-    if (seq_ == 0) return serverGone("could not send the scan request: " + server_.lastError());
+    if (!server_.startJob(buildRequest(options_), kSendTimeoutMs)) {
+      return serverGone("could not send the scan request: " + server_.lastError());
+    }
 
     const int status = receiveLoop();
     if (status != kExitReport) return status;
@@ -283,9 +285,9 @@ class ScanRun {
     for (;;) {
       const int interrupts = g_interrupts.load();
       if (interrupts >= 2) {
-        server_.kill(SIGKILL);
+        server_.kill();
         vcom::ChildExit e;
-        server_.waitExit(kExitWaitMs, &e);
+        server_.finish(kExitWaitMs, e);
         display_.finish("");
         std::fprintf(stderr, "vstat scan: aborted; the server was killed and no report was made\n");
         return kExitFailed;
@@ -293,18 +295,18 @@ class ScanRun {
       if (interrupts == 1 && !outcome_.stopRequested) {
         outcome_.stopRequested = true;
         display_.note("Stopping: the server reports what it has counted so far (Ctrl-C again to abort).");
-        if (server_.sendRequest(vstat::StopProcessing, nullptr, 0, kSendTimeoutMs) == 0) {
+        if (!server_.requestStop(kSendTimeoutMs)) {
           return serverGone("could not send the stop request: " + server_.lastError());
         }
       }
 
-      vcom::MsgPtr msg;
-      const vcom::ServerProcess::Result r = server_.receive(msg, kPollMs);
+      vstat::JobMessage msg;
+      const vcom::ServerProcess::Result r = server_.next(msg, kPollMs);
       const auto now = std::chrono::steady_clock::now();
       if (r == vcom::ServerProcess::kTimeout) {
         display_.tick();
         if (std::chrono::duration<double>(now - lastHeard).count() > kSilenceLimitSeconds) {
-          server_.kill(SIGKILL);
+          server_.kill();
           return serverGone("the server sent nothing for " + std::to_string(static_cast<int>(kSilenceLimitSeconds)) +
                             " s (not even a heartbeat) and was killed");
         }
@@ -312,86 +314,100 @@ class ScanRun {
       }
       if (r == vcom::ServerProcess::kClosed) return serverGone("its output ended");
       if (r == vcom::ServerProcess::kError) {
-        server_.kill(SIGKILL);
+        server_.kill();
         return serverGone("protocol error from the server: " + server_.lastError());
       }
       lastHeard = now;
-      const int status = handle(*msg);
+      const int status = handle(msg);
       if (status >= 0) return status;
       if (outcome_.finished) return kExitReport;
     }
   }
 
+  // Takes the report lock, waiting for another scan unless --no-wait; kExitReport once it is ours (or
+  // cannot be had at all, which only costs the protection).
+  int lockReport() {
+    std::string error;
+    ReportLock::Result result = lock_.tryAcquire(error);
+    if (result == ReportLock::Busy) {
+      if (options_.noWait) {
+        std::fprintf(stderr, "vstat scan: another scan is running (%s is locked); not waiting (--no-wait)\n",
+                     vstat::kReportLockPath);
+        return kExitBusy;
+      }
+      display_.note("waiting for another scan to finish");
+      while ((result = lock_.tryAcquire(error)) == ReportLock::Busy) {
+        if (g_interrupts.load() > 0) {
+          display_.finish("");
+          std::fprintf(stderr, "vstat scan: interrupted while waiting for another scan; nothing was scanned\n");
+          return kExitFailed;
+        }
+        display_.tick();
+        std::this_thread::sleep_for(std::chrono::milliseconds(ReportLock::kPollMs));
+      }
+    }
+    if (result == ReportLock::Failed) display_.note("warning: " + error + "; scanning without the report lock");
+    return kExitReport;
+  }
+
   // Returns an exit status when the job is over with an error, -1 to go on.
-  int handle(const vcom::Msg& msg) {
-    switch (msg.type) {
-      case vstat::ProgressAsync: {
-        vstat::EventBuffT ev;
-        // A short event cannot come from our server; it is skipped rather than half read.
-        if (!vstat::decodeEvent(msg.payload(), msg.payloadSize(), ev)) return -1;
+  int handle(const vstat::JobMessage& msg) {
+    switch (msg.kind) {
+      case vstat::JobMessage::Progress: {
         ProgressEvent e;
-        e.domain = ev.dom;
-        e.mailbox = ev.mbox;
-        e.processed = ev.processed;
-        e.mailboxes = ev.mailboxes;
+        e.domain = msg.event.dom;
+        e.mailbox = msg.event.mbox;
+        e.processed = msg.event.processed;
+        e.mailboxes = msg.event.mailboxes;
         outcome_.processed = e.processed;
         outcome_.mailboxes = e.mailboxes;
-        if (ev.run == 0) {
+        if (msg.event.run == 0) {
           outcome_.finished = true;
-          outcome_.reportWritten = ev.done != 0;
+          outcome_.reportWritten = msg.event.done != 0;
         }
         display_.update(e);
         return -1;
       }
-      case vstat::ProcessStoreResp:
-        if (msg.seq == seq_ && payloadU32(msg, 0) == 0) {
-          display_.finish("");
-          std::fprintf(stderr, "vstat scan: the server did not start the job (a job is already running there)\n");
-          return kExitFailed;
-        }
-        return -1;
-      case vcom::GenericResp: {
-        const int32_t code = static_cast<int32_t>(payloadU32(msg, vcom::kGenericTextLen));
-        if (msg.seq != seq_ || code == vcom::kRespOk) return -1;
+      case vstat::JobMessage::Answer:
+        if (msg.started) return -1;
         display_.finish("");
-        const std::string text = payloadText(msg, 0, vcom::kGenericTextLen);
-        if (code == vcom::kRespUnknownRequest) {
+        std::fprintf(stderr, "vstat scan: the server did not start the job (a job is already running there)\n");
+        return kExitFailed;
+      case vstat::JobMessage::Refused:
+        display_.finish("");
+        if (msg.code == vcom::kRespUnknownRequest) {
           std::fprintf(stderr, "vstat scan: the server at '%s' does not run store scans (\"%s\", code %d)\n",
-                       options_.serverPath.c_str(), text.c_str(), code);
+                       options_.serverPath.c_str(), msg.text.c_str(), msg.code);
         } else {
-          std::fprintf(stderr, "vstat scan: the server refused the scan request: \"%s\" (code %d)\n", text.c_str(),
-                       code);
+          std::fprintf(stderr, "vstat scan: the server refused the scan request: \"%s\" (code %d)\n",
+                       msg.text.c_str(), msg.code);
         }
         return kExitFailed;
-      }
-      case vcom::LogWrn:
-        display_.note("server warning: " + payloadText(msg, 0, vcom::kLogTextLen));
+      case vstat::JobMessage::Log:
+        if (msg.logType == vcom::LogErr) {
+          outcome_.lastError = msg.text;
+          display_.note("server error: " + msg.text);
+        } else if (msg.logType == vcom::LogWrn) {
+          display_.note("server warning: " + msg.text);
+        } else if (options_.verbose) {
+          display_.note("server: " + msg.text);
+        }
         return -1;
-      case vcom::LogErr: {
-        // The code of an error record is in the sender's byte order; the text is what people read.
-        outcome_.lastError = payloadText(msg, 4, vcom::kLogTextLen);
-        display_.note("server error: " + outcome_.lastError);
-        return -1;
-      }
-      case vcom::LogDbg:
-        if (options_.verbose) display_.note("server: " + payloadText(msg, 0, vcom::kLogTextLen));
-        return -1;
-      default:
+      case vstat::JobMessage::Other:
         // Heartbeats, the stop acknowledgement and anything newer carry nothing to show.
         return -1;
     }
+    return -1;
   }
 
   // The server ended (or broke the protocol) before its final event.
   int serverGone(const std::string& what) {
     display_.finish("");
-    server_.closeWriteEnd();
     vcom::ChildExit e;
-    if (server_.waitExit(kExitWaitMs, &e)) {
+    if (server_.finish(kExitWaitMs, e)) {
       std::fprintf(stderr, "vstat scan: the server ended with %s before the job was done (%s)\n",
                    describeExit(e).c_str(), what.c_str());
     } else {
-      server_.kill(SIGKILL);
       std::fprintf(stderr, "vstat scan: %s; the server did not end and was killed\n", what.c_str());
     }
     return kExitServerDied;
@@ -400,10 +416,8 @@ class ScanRun {
   int finish() {
     // The server ends by itself right after its final event; its status only matters when odd.
     vcom::ChildExit e;
-    if (server_.waitExit(kExitWaitMs, &e)) {
-      if (!e.exited || e.code != 0) display_.note("note: the server ended with " + describeExit(e));
-    } else {
-      server_.kill(SIGKILL);
+    if (server_.finish(kExitWaitMs, e) && (!e.exited || e.code != 0)) {
+      display_.note("note: the server ended with " + describeExit(e));
     }
     char closing[160];
     std::snprintf(closing, sizeof closing, "%s %lu of %lu mailboxes in %s.",
@@ -422,15 +436,19 @@ class ScanRun {
     std::string text;
     Report report;
     std::string error;
-    if (!readReportText(kReportPath, text, error) || !parseReport(text, report, error)) {
-      std::fprintf(stderr, "vstat scan: %s: %s\n", kReportPath, error.c_str());
+    if (!readReportText(kReportPath, text, report.fileTime, error) || !parseReport(text, report, error)) {
+      std::fprintf(stderr, "vstat scan: %s: %s\n", kReportPath, terminalSafe(error).c_str());
       return kExitReportUnusable;
     }
-    SummaryOptions summary;
-    summary.showHistograms = options_.histograms;
-    std::cout << "\n";
-    renderSummary(std::cout, report, summary);
-    std::cout << "\nReport: " << kReportPath << "\n";
+    const bool onScreen = options_.output->file.empty();
+    if (onScreen) std::cout << "\n";
+    if (!emitReport(std::cout, report, *options_.output, error)) {
+      std::fprintf(stderr, "vstat scan: cannot write the output: %s\n", terminalSafe(error).c_str());
+      status = kExitReportUnusable;
+    } else if (!onScreen) {
+      std::cout << "Written to: " << options_.output->file << "\n";
+    }
+    if (onScreen && options_.output->format == ReportFormat::Text) std::cout << "\nReport: " << kReportPath << "\n";
     if (!options_.reportCopy.empty()) {
       if (replaceFileContents(options_.reportCopy, text, error)) {
         std::cout << "Copied to: " << options_.reportCopy << "\n";
@@ -445,16 +463,16 @@ class ScanRun {
   }
 
   const ScanOptions& options_;
-  vcom::ServerProcess server_;
+  ReportLock lock_{vstat::kReportLockPath};  // held until the report has been read and copied
+  vstat::StatJobClient server_;
   ProgressDisplay display_;
-  uint32_t seq_ = 0;
   JobOutcome outcome_;
 };
 
 int runScan(ScanOptions& options) {
   int status = checkStore(options);
   if (status != kExitReport) return status;
-  status = checkReportTarget(options);
+  status = checkOutputTargets(options);
   if (status != kExitReport) return status;
   status = findServer(options);
   if (status != kExitReport) return status;
@@ -501,12 +519,13 @@ void addScanCommand(CommandLine& cli) {
   scan->add_flag("--gentle", options->gentle,
                  "Idle I/O and CPU priority for the server; the cache pages it brought in are handed back");
   scan->add_flag("-v,--verbose", options->verbose, "Also show the server's debug log records");
-  scan->add_flag_callback("--no-histograms", [options] { options->histograms = false; },
-                          "Summary without the histogram bars");
+  scan->add_flag("--no-wait", options->noWait, "Fail at once when another scan is running, instead of waiting");
+  addOutputOptions(scan, options->output);
   scan->footer(std::string("The server writes its report to ") + kReportPath +
                ". Ctrl-C stops the scan and reports what was counted; a second Ctrl-C aborts at once.\n"
                "Exit status: 0 report written, 1 job failed or stopped, 2 usage error, 3 store missing,\n"
-               "4 server program missing, 5 server died or hung, 6 report unreadable or not copied.");
+               "4 server program missing, 5 server died or hung, 6 report unreadable or not copied,\n"
+               "7 another scan is running (--no-wait).");
 }
 
 }  // namespace cli

@@ -3,7 +3,8 @@
 #include <iomanip>
 
 #include "history_import.h"
-#include "json_writer.h"
+#include "history_output.h"
+#include "report_json.h"
 #include "report_summary.h"
 
 namespace vorlane {
@@ -48,24 +49,25 @@ void writeText(std::ostream& out, const TopOptions& options, const std::vector<S
 
 void writeJson(std::ostream& out, const TopOptions& options, const std::vector<ScanRef>& scans,
                const std::vector<TopRow>& rows) {
-  JsonWriter json(out);
-  json.beginObject().key("level").value(levelName(options.level)).key("by").value(orderName(options.order));
-  json.key("scans").beginArray();
+  Json j;
+  j["level"] = levelName(options.level);
+  j["by"] = orderName(options.order);
+  j["scans"] = Json::array();
   for (const ScanRef& scan : scans) {
-    json.beginObject().key("id").value(scan.id).key("node").value(scan.node).key("date").value(scan.date);
-    json.key("partial").value(scan.partial).endObject();
+    j["scans"].push_back({{"id", scan.id}, {"node", scan.node}, {"date", scan.date}, {"partial", scan.partial}});
   }
-  json.endArray().key("rows").beginArray();
+  j["rows"] = Json::array();
   for (const TopRow& row : rows) {
-    json.beginObject();
-    writeJsonName(json, "domain", row.domain);
-    writeJsonName(json, "mailbox", row.mailbox);
-    writeJsonName(json, "folder", row.folder);
-    json.key("messages").value(row.messages).key("bytes").value(row.bytes).key("largest").value(row.largest);
-    json.endObject();
+    Json r;
+    addJsonName(r, "domain", row.domain);
+    addJsonName(r, "mailbox", row.mailbox);
+    addJsonName(r, "folder", row.folder);
+    r["messages"] = row.messages;
+    r["bytes"] = row.bytes;
+    r["largest"] = row.largest;
+    j["rows"].push_back(std::move(r));
   }
-  json.endArray().endObject();
-  out << "\n";
+  out << jsonLine(j) << "\n";
 }
 
 void writeCsv(std::ostream& out, const std::vector<TopRow>& rows) {

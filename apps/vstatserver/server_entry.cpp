@@ -3,17 +3,44 @@
 #include <errno.h>
 #include <fcntl.h>
 #include <signal.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
+#include <memory>
+#include <string>
 
 #include "stat/scan_settings.h"
 #include "stat/vstat_server.h"
 #include "utils/idle_priority.h"
+#include "vcom/exit_deadline.h"
+#include "vcom/line_text.h"
 
 namespace {
+
+// The queue's grace for a parent that takes nothing, then as long again for a stopped job to end.
+const long kShutdownLimitMs = 2 * vorlane::vcom::ServerDispatcher::kSendStallMs;
+
+// Opens the debug file at path for appending: never through a link, never blocking on a FIFO, and only
+// a regular file of this user, so that another user's file planted at the path never receives what the
+// server writes. -1 with *why set when refused.
+int openDebugFile(const char* path, std::string* why) {
+  const int fd = open(path, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600);
+  if (fd < 0) {
+    *why = strerror(errno);
+    return -1;
+  }
+  struct stat st;
+  if (fstat(fd, &st) != 0 || !S_ISREG(st.st_mode) || st.st_uid != geteuid()) {
+    *why = "not a regular file owned by this user";
+    close(fd);
+    return -1;
+  }
+  fcntl(fd, F_SETFL, fcntl(fd, F_GETFL) & ~O_NONBLOCK);
+  return fd;
+}
 
 // Owns the debug stream named by VSTAT_DEBUG; standard error is borrowed, never closed.
 class DebugStream {
@@ -25,11 +52,18 @@ class DebugStream {
       stream_ = stderr;
       return;
     }
-    const int fd = open(target, O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC, 0600);
-    if (fd >= 0) stream_ = fdopen(fd, "a");
+    std::string why;
+    const int fd = openDebugFile(target, &why);
+    if (fd >= 0) {
+      stream_ = fdopen(fd, "a");
+      if (!stream_) {
+        why = strerror(errno);
+        close(fd);
+      }
+    }
     if (!stream_) {
-      fprintf(stderr, "vstatserver: cannot open debug file %s: %s\n", target, strerror(errno));
-      if (fd >= 0) close(fd);
+      fprintf(stderr, "vstatserver: debug file %s refused: %s; running without debug lines\n",
+              vorlane::vcom::escapeControls(target).c_str(), why.c_str());
       return;
     }
     owned_ = true;
@@ -66,8 +100,13 @@ int run(const char* cmdLine) {
   if (scanSettingsFromEnvironment().gentle && !vorlane::utils::enterIdlePriority(error) && debug.get()) {
     fprintf(debug.get(), "vstatserver: gentle mode: %s\n", error.c_str());
   }
-  VStatServer server(cmdLine, debug.get());
-  if (!server.init()) return -1;
-  server.run();
+  std::unique_ptr<VStatServer> server(new VStatServer(cmdLine, debug.get()));
+  if (!server->init()) return -1;
+  server->run();
+  // Ending the server sends what is queued while the parent takes it, then stops a running job and
+  // joins every thread. A job stuck in a system call can never be joined, so the process ends anyway
+  // once the limit has passed.
+  vorlane::vcom::ExitDeadline deadline(kShutdownLimitMs, 0);
+  server.reset();
   return 0;
 }

@@ -6,11 +6,15 @@
 // Exit status: 0 after a Terminate request or the end of the pipe (also after a protocol error that
 // ends the conversation); 255 when the descriptors are missing or a dispatcher thread cannot start
 // (nothing is written to the pipe then). After a statistics job the job itself ends the process with 0.
+// Once Terminate or the end of the pipe has been seen the process ends within 10 s, even when a job
+// thread is stuck in a system call and cannot be joined.
 //
 // Local debug lines are silent by default. An administrator switches them on with the environment
 // variable VSTAT_DEBUG: "-" writes them to standard error, any other value names a file they are
-// appended to (created with mode 0600 when missing). A file that cannot be opened is reported once on
-// standard error and the server runs silent.
+// appended to (created with mode 0600 when missing). The file is never reached through a symbolic link
+// and must be a regular file owned by the server's user; a file that cannot be opened or is refused is
+// reported once on standard error and the server runs without debug lines. Control characters in
+// debug lines are escaped.
 //
 // With VSTAT_GENTLE=1 (see stat/scan_settings.h) the whole server runs at idle I/O priority and nice 19;
 // a failure to lower them is a debug line, not a reason to refuse the job.

@@ -35,9 +35,9 @@
 #include "mkstore/output_files.h"
 #include "mkstore/report_check.h"
 #include "mkstore/store_generator.h"
-#include "stat/vstat_messages.h"
-#include "vcom/message_types.h"
-#include "vcom/server_process.h"
+#include "stat/job_facts.h"
+#include "stat/stat_job_client.h"
+#include "stat/store_walk.h"
 
 namespace {
 
@@ -45,18 +45,6 @@ using Clock = std::chrono::steady_clock;
 
 double secondsSince(Clock::time_point start) {
   return std::chrono::duration<double>(Clock::now() - start).count();
-}
-
-const char* const kSkipped[] = {"#msgs", "#assoc", "#sync", "__vorlanemapi__STORE", "__vorlanemapi__STORE_ROOT",
-                                "__vorlanemapi__IPM_ROOT", "IPM_VIEWS", "IPM_COMMON_VIEWS", "Reminders",
-                                "Search Root", "Freebusy Data"};
-
-bool isSkipped(const char* name) {
-  if (strcmp(name, ".") == 0 || strcmp(name, "..") == 0) return true;
-  for (const char* s : kSkipped) {
-    if (strcasecmp(s, name) == 0) return true;
-  }
-  return false;
 }
 
 bool isDirectory(const std::string& path) {
@@ -81,7 +69,7 @@ void collectMessageDirs(const std::string& dir, std::vector<std::string>& out) {
   if (!d) return;
   std::vector<std::string> subdirs;
   while (const dirent* e = readdir(d)) {
-    if (!isSkipped(e->d_name) && isDirectory(dir + "/" + e->d_name)) subdirs.push_back(dir + "/" + e->d_name);
+    if (!isForbiddenDir(e->d_name) && isDirectory(dir + "/" + e->d_name)) subdirs.push_back(dir + "/" + e->d_name);
   }
   closedir(d);
   for (const std::string& s : subdirs) collectMessageDirs(s, out);
@@ -142,7 +130,7 @@ struct JobResult {
 JobResult runJob(const std::string& server, const std::string& storeDir) {
   using namespace vorlane;
   JobResult r;
-  vcom::ServerProcess child;
+  vstat::StatJobClient child;
   if (!child.start(server)) {
     r.problem = child.lastError();
     return r;
@@ -151,11 +139,9 @@ JobResult runJob(const std::string& server, const std::string& storeDir) {
   snprintf(req.storeDir, sizeof req.storeDir, "%s", storeDir.c_str());
   snprintf(req.productVersion, sizeof req.productVersion, "bench");
   snprintf(req.osName, sizeof req.osName, "Linux");
-  char payload[vstat::kProcessStoreReqWireSize];
-  vstat::encodeProcessStoreRequest(req, payload);
 
   const Clock::time_point start = Clock::now();
-  if (child.sendRequest(vstat::ProcessStore, payload, sizeof payload, 5000) == 0) {
+  if (!child.startJob(req, 5000)) {
     r.problem = "sending ProcessStore failed: " + child.lastError();
     return r;
   }
@@ -164,8 +150,8 @@ JobResult runJob(const std::string& server, const std::string& storeDir) {
   Clock::time_point lastProgress = Clock::now();
   bool answered = false;
   for (;;) {
-    vcom::MsgPtr msg;
-    const vcom::ServerProcess::Result res = child.receive(msg, 1000);
+    vstat::JobMessage msg;
+    const vcom::ServerProcess::Result res = child.next(msg, 1000);
     // The high-water mark only rises, so the last reading before the process ends is its peak. Readings
     // start with the first message: before it, the child may not have reached exec yet.
     answered |= res == vcom::ServerProcess::kOk;
@@ -174,23 +160,21 @@ JobResult runJob(const std::string& server, const std::string& storeDir) {
     if (res == vcom::ServerProcess::kTimeout && secondsSince(lastProgress) < 120) continue;
     if (res != vcom::ServerProcess::kOk) {
       r.problem = res == vcom::ServerProcess::kTimeout ? "no progress for 120 s" : child.lastError();
-      child.kill(SIGKILL);
+      child.kill();
       break;
     }
-    if (msg->type == vstat::ProgressAsync) {
+    if (msg.kind == vstat::JobMessage::Progress) {
       ++r.events;
       lastProgress = Clock::now();
-      vstat::EventBuffT ev;
-      if (vstat::decodeEvent(msg->payload(), msg->payloadSize(), ev) && ev.run == 0) r.reportWritten = ev.done == 1;
-    } else if (msg->type == vcom::GenericResp) {
-      r.problem = "the server refused the request: " +
-                  std::string(msg->payload(), strnlen(msg->payload(), msg->payloadSize()));
-      child.kill(SIGKILL);
+      if (msg.event.run == 0) r.reportWritten = msg.event.done == 1;
+    } else if (msg.kind == vstat::JobMessage::Refused) {
+      r.problem = "the server refused the request: " + msg.text;
+      child.kill();
       break;
     }
   }
   vcom::ChildExit exit;
-  if (!child.waitExit(60000, &exit)) {
+  if (!child.finish(60000, exit)) {
     r.problem = "the server did not end";
     return r;
   }
@@ -203,7 +187,7 @@ JobResult runJob(const std::string& server, const std::string& storeDir) {
 }
 
 void checkReport(const vorlane::mkstore::Manifest& m) {
-  std::ifstream in("/tmp/VStatReport.xml");
+  std::ifstream in(vorlane::vstat::kReportPath);
   std::stringstream s;
   s << in.rdbuf();
   std::vector<vorlane::mkstore::ReportFigure> figures;
@@ -363,7 +347,7 @@ bool runInto(const std::string& server, const std::string& storeDir, unsigned th
 void measure(const std::string& server, const std::string& storeDir, int runs,
              const vorlane::mkstore::Manifest* manifest) {
   std::vector<std::string> messageDirs;
-  collectMessageDirs(storeDir + "/mail", messageDirs);
+  collectMessageDirs(storeDir + vorlane::vstat::kMailRoot, messageDirs);
   const ReadTotals totals = plainRead(messageDirs);  // warms the page cache
   const double megabytes = static_cast<double>(totals.bytes) / 1e6;
   printf("  message files       %" PRIu64 " (%.1f MB) read by the walk\n", totals.files, megabytes);
@@ -422,14 +406,6 @@ void measure(const std::string& server, const std::string& storeDir, int runs,
   coldGentle.print("job, " + std::to_string(threadsN) + " threads, gentle", megabytes);
 }
 
-std::string programDir(const char* argv0) {
-  char self[4096];
-  const ssize_t n = readlink("/proc/self/exe", self, sizeof self - 1);
-  std::string path = n > 0 ? std::string(self, static_cast<size_t>(n)) : std::string(argv0);
-  const size_t slash = path.rfind('/');
-  return slash == std::string::npos ? "." : path.substr(0, slash);
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
@@ -453,7 +429,9 @@ int main(int argc, char** argv) {
     }
   }
   if (sizes.empty()) sizes = {5000, 50000};
-  const std::string server = programDir(argv[0]) + "/vstatserver";
+  std::string error;
+  using vorlane::vstat::StatJobClient;
+  const std::string server = StatJobClient::locateServer(StatJobClient::ownDirectory(error));
   if (access(server.c_str(), X_OK) != 0) {
     fprintf(stderr, "bench_scan: cannot run %s: %s\n", server.c_str(), strerror(errno));
     return 1;
@@ -484,7 +462,8 @@ int main(int argc, char** argv) {
       return 1;
     }
     const double genSeconds = secondsSince(genStart);
-    printf("store of %" PRIu64 " messages (%.1f MB on disk)\n", messages, static_cast<double>(manifest.diskBytes) / 1e6);
+    printf("store of %" PRIu64 " messages (%.1f MB on disk)\n", messages,
+           static_cast<double>(manifest.diskBytes) / 1e6);
     printf("  generation          %.2f s (%.1f MB/s)\n", genSeconds,
            static_cast<double>(manifest.diskBytes) / 1e6 / genSeconds);
     measure(server, options.outDir, runs, &manifest);

@@ -43,6 +43,11 @@ void mail_struct_envelope::process_header(char* line) {
   if (value != nullptr) set_parameter(line, value);
 }
 
+mail_addr_list mail_struct_envelope::addresses(address_header which) const {
+  const char* text = address_text[which].get();
+  return mail_addr_list(text != nullptr ? mail_addr_parse(text) : nullptr);
+}
+
 void mail_struct_envelope::parse_content_type(const char* value) {
   content_type.reset();
   content_subtype.reset();
@@ -74,7 +79,7 @@ void mail_struct_envelope::set_parameter(const char* name, const char* value) {
   // so most headers (Received, X-Mailer, ...) are dismissed without a single string comparison.
   switch (ascii_lower(name[0])) {
     case 'b':
-      if (equals_nocase(name, "Bcc")) bcc.reset(mail_addr_parse(value));
+      if (equals_nocase(name, "Bcc")) address_text[ADDR_BCC].assign(value);
       break;
     case 'c':
       if (equals_nocase(name, "Content-Type")) {
@@ -83,7 +88,7 @@ void mail_struct_envelope::set_parameter(const char* name, const char* value) {
           has_attachment = 1;
         }
       } else if (equals_nocase(name, "Cc")) {
-        cc.reset(mail_addr_parse(value));
+        address_text[ADDR_CC].assign(value);
       }
       break;
     case 'd':
@@ -94,7 +99,7 @@ void mail_struct_envelope::set_parameter(const char* name, const char* value) {
       }
       break;
     case 'f':
-      if (equals_nocase(name, "From")) from.reset(mail_addr_parse(value));
+      if (equals_nocase(name, "From")) address_text[ADDR_FROM].assign(value);
       break;
     case 'i':
       if (equals_nocase(name, "Importance")) {
@@ -120,17 +125,17 @@ void mail_struct_envelope::set_parameter(const char* name, const char* value) {
       if (equals_nocase(name, "Newsgroups")) newsgroups.assign(value);
       break;
     case 'r':
-      if (equals_nocase(name, "Reply-To")) reply_to.reset(mail_addr_parse(value));
+      if (equals_nocase(name, "Reply-To")) address_text[ADDR_REPLY_TO].assign(value);
       break;
     case 's':
       if (equals_nocase(name, "Sender")) {
-        sender.reset(mail_addr_parse(value));
+        address_text[ADDR_SENDER].assign(value);
       } else if (equals_nocase(name, "Subject")) {
         subject.assign(value);
       }
       break;
     case 't':
-      if (equals_nocase(name, "To")) to.reset(mail_addr_parse(value));
+      if (equals_nocase(name, "To")) address_text[ADDR_TO].assign(value);
       break;
     case 'x':
       if (equals_nocase(name, "X-Priority")) x_priority = std::strtol(value, nullptr, 10);

@@ -1,8 +1,9 @@
 // The message-level headers of one MIME part: addresses, subject, date, priority, the content type, and
 // whether the part looks like it carries an attachment. Also a header-only probe (`parse`) that decides the
 // has-attachment flag of a whole message without building its part tree.
-// Strings are owned copies; address lists are chains from mail_addr_parse, freed with the envelope.
-// Not thread-safe.
+// Strings are owned copies. Address headers are kept as written and parsed into mail_addr chains only
+// when asked (the store scan never asks), so a message pays for its address lists only where they are
+// read. Not thread-safe.
 #pragma once
 
 #include <memory>
@@ -23,6 +24,7 @@ using mail_addr_list = std::unique_ptr<mail_addr, mail_addr_deleter>;
 class mail_struct_envelope : public common_mail_struct {
  public:
   enum importance_level { IMPORTANCE_ABSENT = 0, IMPORTANCE_LOW = 1, IMPORTANCE_NORMAL = 2, IMPORTANCE_HIGH = 3 };
+  enum address_header { ADDR_FROM, ADDR_SENDER, ADDR_REPLY_TO, ADDR_TO, ADDR_CC, ADDR_BCC, ADDR_HEADER_COUNT };
 
   ~mail_struct_envelope() override = default;
 
@@ -35,6 +37,10 @@ class mail_struct_envelope : public common_mail_struct {
   // Forces the priority into 1..5; anything else becomes the normal priority 3.
   void normalize_priority();
 
+  // The address list of one header, parsed from its kept text now; null when the header is absent or holds
+  // no address. The caller owns the list.
+  mail_addr_list addresses(address_header which) const;
+
   // Reads one header block from the stream's current position; for a multipart, walks its sub-parts to
   // decide the has-attachment flag. Null only when out of memory.
   static std::unique_ptr<mail_struct_envelope> parse(utils::VFileStream* stream);
@@ -46,12 +52,7 @@ class mail_struct_envelope : public common_mail_struct {
   owned_str message_context;
   int priority = 3;
   int has_attachment = 0;
-  mail_addr_list from;
-  mail_addr_list sender;
-  mail_addr_list reply_to;
-  mail_addr_list to;
-  mail_addr_list cc;
-  mail_addr_list bcc;
+  owned_str address_text[ADDR_HEADER_COUNT];  // From, Sender, Reply-To, To, Cc, Bcc as written
   owned_str newsgroups;
   owned_str disposition_notification_to;
   owned_str content_type;

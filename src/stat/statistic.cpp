@@ -72,9 +72,11 @@ void Statistic::addFolderInfo(const std::string& domain, const std::string& user
 void Statistic::addMessageInfo(const MessageFolder& folder, const MessageFacts& message) {
   // Facts that do not depend on the collection are worked out once per message.
   Counter::Type combination = Counter::MessageCount;
-  const bool hasCombination = bodyCombination(message.plainTextSize != 0, message.htmlSize != 0, message.rtfSize != 0, combination);
+  const bool hasCombination =
+      bodyCombination(message.plainTextSize != 0, message.htmlSize != 0, message.rtfSize != 0, combination);
   const bool isDistributionList = message.messageClass == kDistributionListClass;
-  const int32_t attachment = attachmentSize(message.size, message.headerSize, message.plainTextSize, message.htmlSize, message.rtfSize);
+  const int32_t attachment =
+      attachmentSize(message.size, message.headerSize, message.plainTextSize, message.htmlSize, message.rtfSize);
 
   for (const CollectionPtr& collection : messageCollections) {
     if (!collection->matchFolder(folder.domain, folder.user, folder.folder, folder.type)) continue;

@@ -18,6 +18,12 @@ void StatisticsJob::run() {
   const std::string root = std::string(request_.storeDir) + vorlane::vstat::kMailRoot;
   counting_ = true;
   reportWritten_ = false;
+  ReportLock lock(lockPath_);
+  if (!lockReport(lock)) {
+    counting_ = false;
+    sendProgress(StorePlace());
+    return;
+  }
   channel_.sendErrMsg("countStatistic started\n");
   defineCounters(statistic_);
   mailboxCount_ = StoreWalk::countMailboxes(root);
@@ -31,6 +37,23 @@ void StatisticsJob::run() {
   channel_.sendErrMsg("StoreTarget::countStatistic finished\n");
   counting_ = false;
   sendProgress(stopped_ ? queuedPlace_ : walk.place());
+}
+
+bool StatisticsJob::lockReport(ReportLock& lock) {
+  if (lockPath_.empty()) return true;
+  std::string error;
+  switch (lock.waitFor(channel_.stopRequested, error)) {
+    case ReportLock::Acquired:
+      return true;
+    case ReportLock::Failed:
+      // Without the lock the job still reports; refusing would let a planted file block every job.
+      channel_.sendErrMsg(error + "\n");
+      return true;
+    default:
+      channel_.sendErrMsg("Stopped while waiting for " + lockPath_ + "\n");
+      channel_.reportFailure("no report written: stopped while another job held " + lockPath_);
+      return false;
+  }
 }
 
 void StatisticsJob::domainEntered(const StorePlace& place) {

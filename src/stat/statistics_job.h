@@ -23,6 +23,7 @@
 #include <string>
 
 #include "stat/job_channel.h"
+#include "stat/report_lock.h"
 #include "stat/message_read_queue.h"
 #include "stat/scan_settings.h"
 #include "stat/statistic.h"
@@ -35,6 +36,11 @@ class StatisticsJob : private StoreVisitor {
   // give the parser threads and the gentle mode (by default: no threads, not gentle).
   StatisticsJob(const vorlane::vstat::ProcessStoreReqBuffT& request, JobChannel& channel, std::string reportPath,
                 const ScanSettings& settings = ScanSettings());
+
+  // Makes run() hold the report lock at lockPath (report_lock.h) from its start until the report is in
+  // place. A stop while it waits for the lock ends the job without a report; a lock that cannot be
+  // taken at all is reported and the job runs without it.
+  void takeReportLock(const std::string& lockPath) { lockPath_ = lockPath; }
 
   // The whole job: catalogue, mailbox count, walk, report, final progress event. Runs once.
   void run();
@@ -53,6 +59,8 @@ class StatisticsJob : private StoreVisitor {
   void indexEntryFound(const StorePlace& place, Collection::FolderType type, const IndexEntry& entry) override;
   void walkError(const std::string& line) override;
 
+  // Takes the report lock when asked to; false when the job must end without a report.
+  bool lockReport(ReportLock& lock);
   // Reads one message on the job's thread and counts it.
   void readNow(const StorePlace& place, Collection::FolderType type, const MessageEntry& entry);
   void count(const StorePlace& place, Collection::FolderType type, const MessageOutcome& outcome);
@@ -66,6 +74,7 @@ class StatisticsJob : private StoreVisitor {
   const vorlane::vstat::ProcessStoreReqBuffT request_;
   JobChannel& channel_;
   const std::string reportPath_;
+  std::string lockPath_;  // empty: the caller looks after the report lock
   Statistic statistic_;
   unsigned mailboxCount_ = 0;
   unsigned processedMailboxes_ = 0;

@@ -1,6 +1,10 @@
 #include "stat/vstat_server.h"
 
+#include <pthread.h>
+#include <time.h>
 #include <unistd.h>
+
+#include <cstdlib>
 
 #include "stat/job_facts.h"
 #include "stat/scan_settings.h"
@@ -53,7 +57,9 @@ int VStatServer::sendProgressMsg(EventBuffT& ev) {
   // The queued copy is what goes out; log from it so the line shows the cut-to-field values.
   dbgPrint("Sending ProgressAsync; dom=%s, mbox=%s, run=%d\n", msg->payload(), msg->payload() + sizeof ev.dom,
            static_cast<int>(ev.run));
-  sendResponse(msg);
+  // While the parent lags, a newer running event may replace one it has not taken yet; the final
+  // event (run 0) always goes out.
+  sendResponse(msg, ev.run ? vorlane::vcom::SendKind::Replaceable : vorlane::vcom::SendKind::Normal);
   return 0;
 }
 
@@ -106,20 +112,33 @@ int VStatServer::processStore(Msg* req) {
 
 int VStatServer::stopProcessing(Msg* req) {
   if (!req) return 0;
-  stopJob();
+  stopJob(kStopWaitMs);
   queueStatResponse(req, vorlane::vstat::StopProcessingResp, 0);
   dbgPrint("Processing stopped\n");
   delete req;
   return 0;
 }
 
-void VStatServer::stopJob() {
+void VStatServer::stopJob(long timeoutMs) {
   vorlane::tiny::VMutexGuard guard(&jobMutex);
   channel.stopRequested = true;
-  if (counterThreadHandle != 0) {
+  if (counterThreadHandle == 0) return;
+  if (timeoutMs < 0) {
     vorlane::tiny::waitForThread(counterThreadHandle);
     counterThreadHandle = 0;
+    return;
   }
+  // A walk stuck in a system call must not hold the receive thread, or Terminate could never be read.
+  struct timespec until;
+  clock_gettime(CLOCK_REALTIME, &until);
+  until.tv_sec += timeoutMs / 1000;
+  until.tv_nsec += (timeoutMs % 1000) * 1000000;
+  if (until.tv_nsec >= 1000000000) {
+    until.tv_sec += 1;
+    until.tv_nsec -= 1000000000;
+  }
+  if (pthread_timedjoin_np(static_cast<pthread_t>(counterThreadHandle), nullptr, &until) == 0)
+    counterThreadHandle = 0;
 }
 
 void VStatServer::queueStatResponse(const Msg* req, uint32_t type, uint32_t value) {
@@ -131,7 +150,10 @@ void VStatServer::queueStatResponse(const Msg* req, uint32_t type, uint32_t valu
 
 void VStatServer::counterThread(void* serverArg) {
   VStatServer* server = static_cast<VStatServer*>(serverArg);
-  StatisticsJob(server->request, server->channel, vorlane::vstat::kReportPath, scanSettingsFromEnvironment()).run();
+  StatisticsJob job(server->request, server->channel, vorlane::vstat::kReportPath, scanSettingsFromEnvironment());
+  // A client that started us for its scan holds the report lock already.
+  if (!std::getenv(vorlane::vstat::kReportLockHeldVariable)) job.takeReportLock(vorlane::vstat::kReportLockPath);
+  job.run();
   // One process serves one run. The last events must reach the parent before the process ends; the
   // other threads are still running, so the process ends without running static destructors under them.
   server->waitUntilSent(kFinalSendTimeoutMs);

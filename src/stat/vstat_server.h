@@ -59,8 +59,11 @@ class VStatServer : public vorlane::vcom::ServerDispatcher {
   int processStore(vorlane::vcom::Msg* req);
   int stopProcessing(vorlane::vcom::Msg* req);
   static void counterThread(void* server);
-  // Sets the stop flag and waits, under the job mutex, until a running walk has ended.
-  void stopJob();
+  // Sets the stop flag and waits, under the job mutex, until a running walk has ended; with a
+  // time-out of 0 or more at most that long (the walk then goes on and is waited for next time).
+  void stopJob(long timeoutMs = -1);
+  // How long StopProcessing waits for the walk before it answers anyway.
+  static const long kStopWaitMs = 5000;
   void queueStatResponse(const vorlane::vcom::Msg* req, uint32_t type, uint32_t value);
 
   Channel channel{*this};  // holds the stop flag

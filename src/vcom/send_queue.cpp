@@ -138,10 +138,5 @@ bool SendQueue::closed() const {
   return closed_;
 }
 
-size_t SendQueue::queuedBytes() const {
-  std::lock_guard<std::mutex> lock(mutex_);
-  return bytes_;
-}
-
 }  // namespace vcom
 }  // namespace vorlane

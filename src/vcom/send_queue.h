@@ -71,7 +71,6 @@ class SendQueue {
 
   void close();
   bool closed() const;
-  size_t queuedBytes() const;
 
  private:
   typedef std::chrono::steady_clock Clock;

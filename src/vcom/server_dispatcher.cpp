@@ -9,6 +9,7 @@
 
 #include "tiny/thread.h"
 #include "vcom/debug_line.h"
+#include "vcom/line_text.h"
 
 namespace vorlane {
 namespace vcom {
@@ -23,24 +24,7 @@ Msg* makeU32Msg(uint32_t type, uint32_t seq, uint32_t value) {
 
 }  // namespace
 
-ServerDispatcher::ServerDispatcher(const char* cmdLine)
-    : stopRecv_(false),
-      pipe_(cmdLine),
-      debug_(nullptr),
-      dbgLogOff_(0),
-      wrnLogOff_(0),
-      errLogOff_(0),
-      sendThreadStarted_(false),
-      sendThread_(0),
-      recvThreadStarted_(false),
-      recvThread_(0),
-      heartBeatThread_(0),
-      heartBeatStarted_(false),
-      stopHeartBeat_(false),
-      heartBeatMs_(kDefaultHeartBeatMs),
-      recvEnded_(false),
-      sendEnded_(false),
-      heartBeatEnded_(false) {}
+ServerDispatcher::ServerDispatcher(const char* cmdLine) : pipe_(cmdLine) {}
 
 ServerDispatcher::~ServerDispatcher() {
   stopSendThread();
@@ -49,21 +33,16 @@ ServerDispatcher::~ServerDispatcher() {
   stopHeartBeat();
   // The receive thread may still block in a read when run() ended through a failed write; the
   // interrupt ends that read, so the thread never outlives the pipe it reads.
-  if (recvThreadStarted_) {
-    stopRecv_ = true;
-    pipe_.interruptRecv();
-    stopRecvThread();
-  }
-  queue_.close();
+  stopRecvThread();
 }
 
 int ServerDispatcher::handleMessage(Msg*) { return -1; }
 
 bool ServerDispatcher::init() {
   if (!pipe_.initServer()) return false;
-  // Without the wake-up pipe (descriptors exhausted) the server still serves; only ending the receive
-  // thread early then waits for the parent to close its end.
-  if (!pipe_.enableRecvInterrupt()) dbgPrint("cannot make receives interruptible: %s\n", strerror(errno));
+  // Without the wake-up pipe (descriptors exhausted) the server still serves; only ending a blocked
+  // transfer early then waits for the parent.
+  if (!pipe_.enableInterrupt()) dbgPrint("cannot make pipe transfers interruptible: %s\n", strerror(errno));
   stopHeartBeat_ = false;
   stopRecv_ = false;
   sendThreadStarted_ = tiny::createThread(&ServerDispatcher::sendThreadEntry, this, &sendThread_,
@@ -94,7 +73,7 @@ void ServerDispatcher::stop() {
 void ServerDispatcher::stopRecvThread() {
   if (!recvThreadStarted_) return;
   stopRecv_ = true;
-  pipe_.interruptRecv();
+  pipe_.interrupt();
   tiny::waitForThread(recvThread_);
   recvThread_ = 0;
   recvThreadStarted_ = false;
@@ -111,8 +90,10 @@ void ServerDispatcher::stopHeartBeat() {
 
 void ServerDispatcher::stopSendThread() {
   if (!sendThreadStarted_) return;
-  // What is queued so far still goes out; then the queue closes, which ends the send thread.
-  queue_.waitUntilSent(kSendStallMs);
+  // What is queued still goes out while the parent takes it. A parent that takes nothing is given up
+  // on after kSendStallMs (counted once: a queue that stood still that long already gets no more), and
+  // a write it blocks is interrupted; closing the queue then ends the send thread.
+  if (queue_.stalledFor(kSendStallMs) || !queue_.waitUntilSent(kSendStallMs)) pipe_.interrupt();
   queue_.close();
   tiny::waitForThread(sendThread_);
   sendThread_ = 0;
@@ -170,17 +151,18 @@ void ServerDispatcher::sendLoop() {
 }
 
 void ServerDispatcher::heartBeatLoop() {
-  sendResponse(makeU32Msg(HeartBeat, 0, 0));
+  // Heartbeats only say the server lives: one unsent heartbeat may stand for many.
+  sendResponse(makeU32Msg(HeartBeat, 0, 0), SendKind::Replaceable);
   while (!stopHeartBeat_) {
     heartBeatEvent_.timedwait(heartBeatMs_.load());
-    sendResponse(makeU32Msg(HeartBeat, 0, 0));
+    sendResponse(makeU32Msg(HeartBeat, 0, 0), SendKind::Replaceable);
   }
   signalFinished(heartBeatEnded_);
 }
 
 void ServerDispatcher::recvLoop() {
   IOError err;
-  while (!stopRecv_) {
+  while (!stopRecv_ && waitForRoom()) {
     Msg hdr;
     if (pipe_.recvMsgHdr(&hdr, err) != 0) {
       if (err.code == IOError::kRecvFailed) stopRecv_ = true;
@@ -189,6 +171,17 @@ void ServerDispatcher::recvLoop() {
     if (stopRecv_ || !receiveOne(hdr)) break;
   }
   signalFinished(recvEnded_);
+}
+
+bool ServerDispatcher::waitForRoom() {
+  // Answers are never dropped, so while the queue is full no further request is read: the parent's
+  // requests wait in its pipe, and the server's memory stays flat.
+  while (!queue_.waitForRoom(kRoomCheckMs)) {
+    if (stopRecv_ || queue_.closed()) return false;
+    // A parent that has closed its end and takes nothing will never make room.
+    if (queue_.stalledFor(kSendStallMs) && pipe_.inputEnded()) return false;
+  }
+  return true;
 }
 
 bool ServerDispatcher::receiveOne(const Msg& hdr) {
@@ -228,26 +221,19 @@ bool ServerDispatcher::receiveOne(const Msg& hdr) {
 void ServerDispatcher::dispatch(Msg* msg) {
   switch (msg->type) {
     case Terminate:
-      terminate(msg);
-      return;
+      return terminate(msg);
     case SetWorkDir:
-      setWorkDir(msg);
-      return;
+      return setWorkDir(msg);
     case GetWorkDir:
-      getWorkDir(msg);
-      return;
+      return getWorkDir(msg);
     case ToggleDbgLog:
-      toggleDbgLog(msg);
-      return;
+      return toggleDbgLog(msg);
     case ToggleWrnLog:
-      toggleWrnLog(msg);
-      return;
+      return toggleWrnLog(msg);
     case ToggleErrLog:
-      toggleErrLog(msg);
-      return;
+      return toggleErrLog(msg);
     case GetProtocolVersion:
-      getProtocolVersion(msg);
-      return;
+      return getProtocolVersion(msg);
     case Echo:
       sendGenericResponse(msg, kRespOk, "O.K. - Echo");
       // Long-standing behaviour that clients depend on: the echo discards as many bytes again as its
@@ -316,41 +302,37 @@ void ServerDispatcher::getProtocolVersion(Msg* msg) {
   delete msg;
 }
 
-void ServerDispatcher::queueLogText(uint32_t type, const std::atomic<uint32_t>& offValue, const char* fmt,
-                                    va_list args) {
+void ServerDispatcher::queueLogRecord(uint32_t type, const std::atomic<uint32_t>& offValue, const int32_t* code,
+                                      const char* fmt, va_list args) {
   if (offValue.load() != 0) return;
-  Msg* msg = Msg::create(kLogTextSize, type, 0);
+  Msg* msg = Msg::create(code ? kLogErrSize : kLogTextSize, type, 0);
   if (!msg) return;
-  vsnprintf(msg->payload(), kLogTextLen, fmt, args);
+  // An error record's code travels in the sender's host order, as the record has always carried it.
+  if (code) memcpy(msg->payload(), code, sizeof *code);
+  formatLineV(fmt, args).copy(msg->payload() + (code ? sizeof *code : 0), kLogTextLen - 1);
   sendResponse(msg);
 }
 
 void ServerDispatcher::logDbg(const char* fmt, ...) {
   va_list args;
   va_start(args, fmt);
-  queueLogText(LogDbg, dbgLogOff_, fmt, args);
+  queueLogRecord(LogDbg, dbgLogOff_, nullptr, fmt, args);
   va_end(args);
 }
 
 void ServerDispatcher::logWrn(const char* fmt, ...) {
   va_list args;
   va_start(args, fmt);
-  queueLogText(LogWrn, wrnLogOff_, fmt, args);
+  queueLogRecord(LogWrn, wrnLogOff_, nullptr, fmt, args);
   va_end(args);
 }
 
 void ServerDispatcher::logErr(int code, const char* fmt, ...) {
-  if (errLogOff_.load() != 0) return;
-  Msg* msg = Msg::create(kLogErrSize, LogErr, 0);
-  if (!msg) return;
-  // The code travels in the sender's host order, as the record has always carried it.
   const int32_t hostCode = code;
-  memcpy(msg->payload(), &hostCode, sizeof hostCode);
   va_list args;
   va_start(args, fmt);
-  vsnprintf(msg->payload() + 4, kLogTextLen, fmt, args);
+  queueLogRecord(LogErr, errLogOff_, &hostCode, fmt, args);
   va_end(args);
-  sendResponse(msg);
 }
 
 void ServerDispatcher::dbgPrint(const char* fmt, ...) {

@@ -8,6 +8,10 @@
 // returning 0 means the handler took the message and deletes it; any other result leaves it with the
 // dispatcher, which answers "Unknown request" (code 5) with the request's sequence number and frees it.
 //
+// Flow control: while the send queue is full (send_queue.h) the receive thread reads no request, so
+// a parent that sends without reading fills its own pipe, not the server's memory. A parent that has
+// closed its end and took nothing for kSendStallMs is given up on.
+//
 // Protocol errors: a header announcing fewer than 16 bytes or more than 32 bits can come from no
 // correct peer and leaves no trustworthy frame boundary, so the conversation ends (a LogErr record is
 // queued and the receive loop stops; run() returns). A request above kMaxRequestSize is drained and
@@ -41,7 +45,7 @@ class ServerDispatcher : private boost::noncopyable {
   // store request of 692 bytes or a working-directory path.
   static const uint64_t kMaxRequestSize = 1 << 20;
   static const long kDefaultHeartBeatMs = 60000;
-  // How long stopping waits for queued messages while none of them leaves.
+  // How long the server waits for a parent that takes none of its queued messages.
   static const long kSendStallMs = 5000;
 
   // Builds the pipe from the descriptor numbers in cmdLine; starts nothing.
@@ -50,8 +54,9 @@ class ServerDispatcher : private boost::noncopyable {
   virtual unsigned getProtocolVersion() const = 0;
   // Called on the receive thread for every type the dispatcher does not handle itself (see above).
   virtual int handleMessage(Msg* msg);
-  // Stops the send thread (writing what is still queued), then ends and joins the heartbeat and the
-  // receive thread (a read in progress is interrupted), so no thread outlives the object.
+  // Stops the send thread (writing what is still queued while the parent takes it, see stopSendThread),
+  // then ends and joins the heartbeat and the receive thread (a read in progress is interrupted), so no
+  // thread outlives the object.
   virtual ~ServerDispatcher();
 
   // Starts the send, receive and heartbeat threads; false when the descriptors are missing (nothing
@@ -61,6 +66,8 @@ class ServerDispatcher : private boost::noncopyable {
   void run();
   // Ends all three threads; a read in progress is interrupted.
   void stop();
+  // Lets the send thread write what is queued while the parent takes it; a parent that takes nothing
+  // for kSendStallMs is given up on (a write it blocks is interrupted). Then ends the send thread.
   void stopSendThread();
   void stopRecvThread();
   void stopHeartBeat();
@@ -111,12 +118,18 @@ class ServerDispatcher : private boost::noncopyable {
   void sendLoop();
   void recvLoop();
   void heartBeatLoop();
+  // Before each request: waits while the send queue is full; false ends the receive loop.
+  bool waitForRoom();
   // Handles one received header; false ends the receive loop.
   bool receiveOne(const Msg& hdr);
   void dispatch(Msg* msg);
   void toggleLog(Msg* msg, std::atomic<uint32_t>& offValue);
-  void queueLogText(uint32_t type, const std::atomic<uint32_t>& offValue, const char* fmt, va_list args);
+  // Queues a log record while its stream is on; an error record (LogErr) also carries *code.
+  void queueLogRecord(uint32_t type, const std::atomic<uint32_t>& offValue, const int32_t* code, const char* fmt,
+                      va_list args);
   void signalFinished(std::atomic<bool>& which);
+
+  static const long kRoomCheckMs = 100;
 
   tiny::VMutex contextMutex_;  // guards the request set
   std::set<RequestContext*> requestSet_;
@@ -124,26 +137,26 @@ class ServerDispatcher : private boost::noncopyable {
   SendQueue queue_;
   tiny::VEvent reqSetEmptyEvent_;
   tiny::VEvent finishedEvent_;
-  std::atomic<bool> stopRecv_;
+  std::atomic<bool> stopRecv_{false};
   UnixMsgPipe pipe_;
-  std::atomic<FILE*> debug_;
+  std::atomic<FILE*> debug_{nullptr};
   // A stream of log records is sent while its value is 0; all streams start switched on.
-  std::atomic<uint32_t> dbgLogOff_;
-  std::atomic<uint32_t> wrnLogOff_;
-  std::atomic<uint32_t> errLogOff_;
-  bool sendThreadStarted_;
-  unsigned long sendThread_;
-  bool recvThreadStarted_;
-  unsigned long recvThread_;
-  unsigned long heartBeatThread_;
+  std::atomic<uint32_t> dbgLogOff_{0};
+  std::atomic<uint32_t> wrnLogOff_{0};
+  std::atomic<uint32_t> errLogOff_{0};
+  bool sendThreadStarted_ = false;
+  unsigned long sendThread_ = 0;
+  bool recvThreadStarted_ = false;
+  unsigned long recvThread_ = 0;
+  unsigned long heartBeatThread_ = 0;
   tiny::VEvent heartBeatEvent_;
-  bool heartBeatStarted_;
-  std::atomic<bool> stopHeartBeat_;
-  std::atomic<long> heartBeatMs_;
+  bool heartBeatStarted_ = false;
+  std::atomic<bool> stopHeartBeat_{false};
+  std::atomic<long> heartBeatMs_{kDefaultHeartBeatMs};
   // Which thread has ended; run() rechecks them, since an event wait may wake spuriously.
-  std::atomic<bool> recvEnded_;
-  std::atomic<bool> sendEnded_;
-  std::atomic<bool> heartBeatEnded_;
+  std::atomic<bool> recvEnded_{false};
+  std::atomic<bool> sendEnded_{false};
+  std::atomic<bool> heartBeatEnded_{false};
 };
 
 }  // namespace vcom

@@ -2,6 +2,7 @@
 
 #include <errno.h>
 #include <fcntl.h>
+#include <limits.h>
 #include <poll.h>
 #include <sys/resource.h>
 #include <unistd.h>
@@ -52,7 +53,7 @@ UnixMsgPipe::~UnixMsgPipe() {
   closeIfOpen(wakeWrite_);
 }
 
-bool UnixMsgPipe::enableRecvInterrupt() {
+bool UnixMsgPipe::enableInterrupt() {
   if (wakeRead_ != -1) return true;
   int fds[2];
   if (pipe2(fds, O_CLOEXEC | O_NONBLOCK) != 0) return false;
@@ -61,18 +62,18 @@ bool UnixMsgPipe::enableRecvInterrupt() {
   return true;
 }
 
-void UnixMsgPipe::interruptRecv() {
+void UnixMsgPipe::interrupt() {
   if (wakeWrite_ == -1) return;
-  // The byte is never read, so every later receive fails at once too; a full pipe already wakes.
+  // The byte is never read, so every later transfer fails at once too; a full pipe already wakes.
   const char byte = 1;
   ssize_t ignored = ::write(wakeWrite_, &byte, 1);
   (void)ignored;
 }
 
-bool UnixMsgPipe::waitReadable() {
+bool UnixMsgPipe::waitReady(int fd, short events) {
   if (wakeRead_ == -1) return true;
   for (;;) {
-    struct pollfd fds[2] = {{readFd_, POLLIN, 0}, {wakeRead_, POLLIN, 0}};
+    struct pollfd fds[2] = {{fd, events, 0}, {wakeRead_, POLLIN, 0}};
     const int ready = poll(fds, 2, -1);
     if (ready < 0 && errno == EINTR) continue;
     if (ready < 0) return false;
@@ -82,6 +83,11 @@ bool UnixMsgPipe::waitReadable() {
     }
     if (fds[0].revents) return true;
   }
+}
+
+bool UnixMsgPipe::inputEnded() const {
+  struct pollfd fd = {readFd_, POLLIN, 0};
+  return poll(&fd, 1, 0) == 1 && (fd.revents & (POLLHUP | POLLERR | POLLNVAL));
 }
 
 bool UnixMsgPipe::getFdNum(const char* s, int* fd) {
@@ -194,7 +200,10 @@ void UnixMsgPipe::close() {
 
 int UnixMsgPipe::send(const char* buf, unsigned len) {
   while (len > 0) {
-    const ssize_t n = writeNoSigpipe(writeFd_, buf, len);
+    // Once the pipe has room, a write of at most PIPE_BUF bytes never blocks, so a stalled parent
+    // leaves the sender waiting in poll, where an interrupt reaches it.
+    if (!waitReady(writeFd_, POLLOUT)) return -1;
+    const ssize_t n = writeNoSigpipe(writeFd_, buf, std::min(len, static_cast<unsigned>(PIPE_BUF)));
     const int writeErrno = errno;
     // Kept from the original transport: harmless on a pipe (EINVAL), a real flush when the write end
     // has been redirected to a file. The write's error is what callers report, not fsync's.
@@ -210,7 +219,7 @@ int UnixMsgPipe::send(const char* buf, unsigned len) {
 bool UnixMsgPipe::recv(char* buf, unsigned len) {
   if (!buf) return false;
   while (len > 0) {
-    if (!waitReadable()) return false;
+    if (!waitReady(readFd_, POLLIN)) return false;
     const ssize_t n = ::read(readFd_, buf, len);
     if (n < 0 && errno == EINTR) continue;
     if (n <= 0) return false;
@@ -229,7 +238,7 @@ int UnixMsgPipe::drop(unsigned long long len) {
   }
   while (len > 0) {
     const unsigned chunk = len > kDropChunk ? kDropChunk : static_cast<unsigned>(len);
-    if (!waitReadable()) {
+    if (!waitReady(readFd_, POLLIN)) {
       setError(IOError::kRecvFailed, "Unable to drop complete message");
       return -1;
     }

@@ -8,8 +8,8 @@
 // (an inherited write end would keep the server from ever seeing the end of its input);
 // closeUnusedFdsChild makes the child's two ends inheritable again.
 // Threading: send is used by one thread and recv/drop by another; the descriptors are set up before
-// those threads start and closed after they end. interruptRecv may be called from any thread, so a
-// receiving thread can always be ended and joined before the pipe goes away.
+// those threads start and closed after they end. interrupt may be called from any thread, so a thread
+// blocked on either direction can always be ended and joined before the pipe goes away.
 #pragma once
 
 #include <string>
@@ -55,12 +55,16 @@ class UnixMsgPipe : public MsgPipe {
   void closeUnusedFdsParent();
   void closeDuplexPipe();
 
-  // Makes blocking receives interruptible: creates a private wake-up pipe that recv and drop watch
-  // beside the read descriptor. False when it cannot be created (receives then stay uninterruptible).
-  bool enableRecvInterrupt();
-  // Ends a receive in progress, and every later one, with failure (errno ECANCELED). Callable from any
-  // thread and from signal handlers.
-  void interruptRecv();
+  // Makes blocking transfers interruptible: creates a private wake-up pipe that send, recv and drop
+  // watch beside their descriptor. False when it cannot be created (transfers then stay
+  // uninterruptible).
+  bool enableInterrupt();
+  // Ends a transfer in progress in either direction, and every later one, with failure (errno
+  // ECANCELED). Callable from any thread and from signal handlers.
+  void interrupt();
+
+  // Every writer of the input has closed it (bytes may still be unread). Does not block.
+  bool inputEnded() const;
 
   // Close one direction only (the parent ends the conversation by closing its write end).
   void closeReadFd();
@@ -79,8 +83,8 @@ class UnixMsgPipe : public MsgPipe {
   int wakeRead_;
   int wakeWrite_;
 
-  // Waits until the read descriptor has data or its end; false once interrupted.
-  bool waitReadable();
+  // Waits until fd is ready for events (or has reached its end); false once interrupted.
+  bool waitReady(int fd, short events);
 };
 
 }  // namespace vcom

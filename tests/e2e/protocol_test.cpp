@@ -9,6 +9,7 @@
 
 #include <climits>
 #include <cstring>
+#include <memory>
 #include <string>
 #include <vector>
 
@@ -253,6 +254,43 @@ TEST(ServerLifetime, ParentVanishingAtAnyMomentEndsTheServerCleanly) {
       EXPECT_TRUE(how.exited) << "killed by signal " << how.signal;
       EXPECT_EQ(how.code, 0);
     }
+  }
+}
+
+// A parent that takes nothing is given up on after the server's 5 s grace, whether it asks to
+// terminate while the server's outgoing pipe is full or closes its end once the server has stopped
+// reading (its queue full too). Both servers run at once.
+TEST(ServerLifetime, ParentThatTakesNothingIsGivenUpOnAfterTheGrace) {
+  const long kGraceMs = 5000, kLeewayMs = 4000;
+  struct Case {
+    uint32_t requests;  // 4000 answers fill the 64 KiB pipe; 100000 the queue behind it as well
+    bool terminate;
+  };
+  const Case cases[] = {{4000, true}, {100000, false}};
+  std::vector<std::unique_ptr<ServerProcess>> servers;
+  for (const Case& c : cases) {
+    servers.emplace_back(new ServerProcess);
+    ServerProcess& server = *servers.back();
+    ASSERT_TRUE(server.start(kServer)) << server.lastError();
+    std::vector<unsigned char> bytes;
+    for (uint32_t seq = 1; seq <= c.requests; ++seq) {
+      const std::vector<unsigned char> header = wireHeader(16, GetProtocolVersion, seq);
+      bytes.insert(bytes.end(), header.begin(), header.end());
+    }
+    const ServerProcess::Result sent = server.sendRaw(bytes.data(), bytes.size(), 1000);
+    if (c.terminate) {
+      ASSERT_EQ(sent, ServerProcess::kOk) << server.lastError();
+      ASSERT_NE(server.sendRequest(Terminate, nullptr, 0, kAnswerMs), 0u) << server.lastError();
+    } else {
+      ASSERT_EQ(sent, ServerProcess::kTimeout) << "the server read every request";
+      server.closeWriteEnd();
+    }
+  }
+  for (size_t i = 0; i < servers.size(); ++i) {
+    ChildExit how;
+    ASSERT_TRUE(servers[i]->waitExit(kGraceMs + kLeewayMs, &how)) << "case " << i << ": server did not end";
+    EXPECT_TRUE(how.exited) << "case " << i << ": killed by signal " << how.signal;
+    EXPECT_EQ(how.code, 0) << "case " << i;
   }
 }
 

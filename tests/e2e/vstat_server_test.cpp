@@ -1,13 +1,16 @@
 // VStatServer's own messages: payload wire layouts and progress events as they leave the server
 // (in-process over real pipes), and the local debug lines switched on through VSTAT_DEBUG.
-#include <poll.h>
+#include <fcntl.h>
 #include <stdlib.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cstring>
 #include <fstream>
 #include <sstream>
 #include <string>
+#include <thread>
+#include <vector>
 
 #include <gtest/gtest.h>
 
@@ -44,14 +47,18 @@ TEST(VstatPayloads, RequestRoundTripsWithBigEndianIntegersAndCutStrings) {
   EXPECT_EQ(back.storeDir[0], '\0');
 }
 
-// In-process server whose output the test reads; the descriptors are a pipe pair per direction.
-TEST(VstatServerEvents, ProgressEventCarriesItsFieldsAtTheirOffsets) {
+// In-process server whose output the test reads only after the job's events are queued, like a parent
+// that lags: running events coalesce, the first and the final one arrive with their fields at their
+// offsets, in order.
+TEST(VstatServerEvents, LaggingParentGetsTheFirstAndFinalEventsInOrder) {
+  const uint32_t kEvents = 2000;
   int toServer[2], toPeer[2];
   ASSERT_EQ(0, pipe(toServer));
   ASSERT_EQ(0, pipe(toPeer));
-  MsgPtr event;
   FILE* debug = tmpfile();
   ASSERT_NE(debug, nullptr);
+  std::vector<MsgPtr> events;
+  std::thread reader;
   {
     // The server owns and closes toServer[0] and toPeer[1].
     VStatServer server((std::to_string(toServer[0]) + " " + std::to_string(toPeer[1])).c_str(), debug);
@@ -59,72 +66,122 @@ TEST(VstatServerEvents, ProgressEventCarriesItsFieldsAtTheirOffsets) {
     vstat::EventBuffT ev = {};
     std::strcpy(ev.dom, "a.com");
     std::strcpy(ev.mbox, "john");
-    ev.processed = 3;
     ev.mailboxes = 1;
-    ev.run = 1;
+    for (uint32_t i = 3; i < kEvents; ++i) {
+      ev.processed = i;
+      ev.run = 1;
+      server.sendProgressMsg(ev);
+    }
+    ev.run = 0;
+    ev.done = 1;
     server.sendProgressMsg(ev);
     server.sendErrMsg("cannot open /store/100%s/x: No such file");  // a format character in a path
+    reader = std::thread([&events, fd = toPeer[0]] {
+      vcom::UnixMsgPipe peer((std::to_string(fd) + " -1").c_str());
+      vcom::IOError err;
+      Msg hdr;
+      while (peer.recvMsgHdr(&hdr, err) == 0) {
+        MsgPtr msg(Msg::createFor(hdr));
+        if (peer.recvMsgRest(&hdr, msg.get(), err) != 0) break;
+        if (msg->type == vstat::ProgressAsync) events.push_back(std::move(msg));
+      }
+    });
     close(toServer[1]);
     server.run();
   }
-  // Read everything the server wrote and pick the event.
-  vcom::UnixMsgPipe peer((std::to_string(toPeer[0]) + " -1").c_str());
-  for (;;) {
-    struct pollfd p = {toPeer[0], POLLIN, 0};
-    ASSERT_EQ(1, poll(&p, 1, 5000));
-    vcom::IOError err;
-    Msg hdr;
-    ASSERT_EQ(0, peer.recvMsgHdr(&hdr, err)) << "no progress event";
-    MsgPtr msg(Msg::createFor(hdr));
-    ASSERT_EQ(0, peer.recvMsgRest(&hdr, msg.get(), err));
-    if (msg->type == vstat::ProgressAsync) {
-      event = std::move(msg);
-      break;
-    }
-  }
-  EXPECT_EQ(event->size, 1056u);
-  EXPECT_EQ(event->seq, 0u);
-  EXPECT_STREQ(event->payload(), "a.com");
-  EXPECT_STREQ(event->payload() + 512, "john");
+  reader.join();
+  ASSERT_GE(events.size(), 2u);
+  EXPECT_LT(events.size(), kEvents / 2) << "running events did not coalesce";
+  const MsgPtr& first = events.front();
+  EXPECT_EQ(first->size, 1056u);
+  EXPECT_EQ(first->seq, 0u);
+  EXPECT_STREQ(first->payload(), "a.com");
+  EXPECT_STREQ(first->payload() + 512, "john");
   const unsigned char ints[16] = {0, 0, 0, 3, 0, 0, 0, 1, 0, 0, 0, 1, 0, 0, 0, 0};
-  EXPECT_EQ(0, std::memcmp(event->payload() + 1024, ints, 16));
-  vstat::EventBuffT back;
-  ASSERT_TRUE(vstat::decodeEvent(event->payload(), event->payloadSize(), back));
-  EXPECT_EQ(back.processed, 3u);
-  EXPECT_EQ(back.run, 1u);
+  EXPECT_EQ(0, std::memcmp(first->payload() + 1024, ints, 16));
+  uint32_t last = 0;
+  for (const MsgPtr& event : events) {
+    vstat::EventBuffT back;
+    ASSERT_TRUE(vstat::decodeEvent(event->payload(), event->payloadSize(), back));
+    EXPECT_GE(back.processed, last);
+    last = back.processed;
+    EXPECT_EQ(back.run, &event == &events.back() ? 0u : 1u);
+  }
 
-  std::string lines(4096, '\0');
+  std::string lines(1 << 20, '\0');
   rewind(debug);
   lines.resize(fread(&lines[0], 1, lines.size(), debug));
   fclose(debug);
-  EXPECT_NE(lines.find(" Sending ProgressAsync; dom=a.com, mbox=john, run=1\n"), std::string::npos) << lines;
-  EXPECT_NE(lines.find(" cannot open /store/100%s/x: No such file\n"), std::string::npos) << lines;
+  EXPECT_NE(lines.find(" Sending ProgressAsync; dom=a.com, mbox=john, run=1\n"), std::string::npos);
+  EXPECT_NE(lines.find(" cannot open /store/100%s/x: No such file\n"), std::string::npos);
 }
 
-TEST(VstatServerDebug, VstatDebugNamesTheFileForLocalDebugLines) {
-  const vorlane::testing::TempDir dir;
-  const std::string path = dir.file("debug.log");
-  setenv("VSTAT_DEBUG", path.c_str(), 1);
-  vcom::ServerProcess server;
-  const bool started = server.start(VSTAT_BIN_DIR "/vstatserver");
-  unsetenv("VSTAT_DEBUG");
-  ASSERT_TRUE(started) << server.lastError();
-  const uint32_t seq = server.sendRequest(vcom::GetProtocolVersion, nullptr, 0, 5000);
-  MsgPtr msg;
-  ASSERT_EQ(server.waitForAnswer(vcom::ProtocolVersionResp, seq, msg, 5000), vcom::ServerProcess::kOk);
-  server.closeWriteEnd();
-  vcom::ChildExit how;
-  ASSERT_TRUE(server.waitExit(5000, &how));
-
+std::string readFile(const std::string& path) {
   std::ifstream in(path);
   std::stringstream text;
   text << in.rdbuf();
-  const std::string lines = text.str();
-  EXPECT_NE(lines.find(" VStatServer started\n"), std::string::npos) << lines;
-  EXPECT_NE(lines.find(" received message header, Seq: " + std::to_string(seq) + " Type:10 Size: 16\n"),
-            std::string::npos)
-      << lines;
-  EXPECT_NE(lines.find(" VStatServer stopped\n"), std::string::npos) << lines;
+  return text.str();
+}
+
+// VSTAT_DEBUG names the debug file. A plain file of the server's user (created 0600 when missing) gets
+// the lines, a name with a line end in them escaped; a link, a FIFO or another user's file is refused
+// with a note on standard error, untouched, and the server serves on without debug lines.
+TEST(VstatServerDebug, DebugFileIsOnlyEverAPlainFileOfTheServersUser) {
+  const vorlane::testing::TempDir dir;
+  const std::string victim = dir.write("victim", "");
+  struct Case {
+    const char* name;
+    std::string path;
+    bool accepted;
+  };
+  std::vector<Case> cases = {{"new file", dir.file("debug.log"), true}, {"link", dir.file("link"), false},
+                             {"fifo", dir.file("fifo"), false}};
+  ASSERT_EQ(0, symlink(victim.c_str(), cases[1].path.c_str()));
+  ASSERT_EQ(0, mkfifo(cases[2].path.c_str(), 0600));
+  // Only the superuser can give a file away; elsewhere the ownership check goes untested here.
+  if (geteuid() == 0) {
+    cases.push_back({"another user's file", dir.write("theirs", ""), false});
+    ASSERT_EQ(0, chown(cases.back().path.c_str(), 65534, 65534));
+  }
+  const std::string forged = "/nonexistent\nforged line";
+  for (const Case& c : cases) {
+    SCOPED_TRACE(c.name);
+    const std::string errPath = dir.file(std::string("stderr ") + c.name);
+    const int savedErr = dup(2);
+    const int errFd = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
+    ASSERT_GE(errFd, 0);
+    dup2(errFd, 2);
+    close(errFd);
+    setenv("VSTAT_DEBUG", c.path.c_str(), 1);
+    vcom::ServerProcess server;
+    const bool started = server.start(VSTAT_BIN_DIR "/vstatserver");
+    unsetenv("VSTAT_DEBUG");
+    dup2(savedErr, 2);
+    close(savedErr);
+    ASSERT_TRUE(started) << server.lastError();
+    const uint32_t seq = server.sendRequest(vcom::SetWorkDir, forged.c_str(), forged.size() + 1, 5000);
+    MsgPtr msg;
+    ASSERT_EQ(server.waitForAnswer(vcom::GenericResp, seq, msg, 5000), vcom::ServerProcess::kOk);
+    server.closeWriteEnd();
+    vcom::ChildExit how;
+    ASSERT_TRUE(server.waitExit(5000, &how));
+
+    const std::string errors = readFile(errPath);
+    if (c.accepted) {
+      const std::string lines = readFile(c.path);
+      EXPECT_NE(lines.find(" VStatServer started\n"), std::string::npos) << lines;
+      EXPECT_NE(lines.find(" chdir to /nonexistent\\x0aforged line failed\n"), std::string::npos) << lines;
+      struct stat st;
+      ASSERT_EQ(0, stat(c.path.c_str(), &st));
+      EXPECT_EQ(st.st_mode & 07777, 0600u);
+      EXPECT_EQ(errors, "");
+    } else {
+      EXPECT_NE(errors.find("debug file " + c.path + " refused"), std::string::npos) << errors;
+      if (c.path != cases[2].path) {
+        EXPECT_EQ(readFile(c.path), "");
+      }
+    }
+  }
 }
 
 }  // namespace

@@ -115,11 +115,14 @@ TEST(MailStructEnvelope, KeepsMessageHeadersAndReplacesRepeatedOnes) {
   EXPECT_STREQ(env.subject.get(), "second");
   EXPECT_STREQ(env.date.get(), "Tue, 3 Mar 2026 10:00:00 +0100");
   EXPECT_STREQ(env.message_id.get(), "<1@example.org>");
-  ASSERT_TRUE(env.from);
-  EXPECT_STREQ(env.from->mailbox, "ann");
-  ASSERT_TRUE(env.to);
-  ASSERT_NE(env.to->next, nullptr);
-  EXPECT_STREQ(env.to->next->mailbox, "carol");
+  const mail_addr_list from = env.addresses(mail_struct_envelope::ADDR_FROM);
+  ASSERT_TRUE(from);
+  EXPECT_STREQ(from->mailbox, "ann");
+  const mail_addr_list to = env.addresses(mail_struct_envelope::ADDR_TO);
+  ASSERT_TRUE(to);
+  ASSERT_NE(to->next, nullptr);
+  EXPECT_STREQ(to->next->mailbox, "carol");
+  EXPECT_FALSE(env.addresses(mail_struct_envelope::ADDR_CC));
   EXPECT_STREQ(root->content_description.get(), "not an envelope header");
 }
 

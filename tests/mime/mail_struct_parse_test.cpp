@@ -254,7 +254,7 @@ TEST(MailStructParse, StopRequestEndsAParseOfEndlessInput) {
   const Case cases[] = {
       {"body of short lines", "Subject: x\n\n", "short line\n"},
       {"lines of uuencoded data", "\nbegin 644 f\n", "M" + std::string(60, 'A') + "\n"},
-      {"one line without end", "\n", "x"},
+      {"one line without end", "\n", std::string(64, 'x')},
       {"header continued for ever", "Subject: x\n", " more\n"},
       {"parts of a multipart", "Content-Type: multipart/mixed; boundary=b\n\n", "--b\nContent-Type: text/plain\n\nx\n"},
   };

@@ -15,7 +15,8 @@ TEST(Catalogue, RedefiningPurgesEarlierCollectionsAndStartsFromZero) {
   ASSERT_EQ(statistic.getMessageCollections().size(), 25u);
   const Statistic::CollectionPtr first = statistic.getMessageCollections()[0];
   statistic.addDomainInfo();
-  statistic.addMessageInfo({"d", "u", "INBOX", Collection::MailFolder}, MessageFacts{"IPM.Note", 10, 1, 1, 1, 1, true, true});
+  statistic.addMessageInfo({"d", "u", "INBOX", Collection::MailFolder},
+                           MessageFacts{"IPM.Note", 10, 1, 1, 1, 1, true, true});
 
   defineCounters(statistic);
   ASSERT_EQ(statistic.getMessageCollections().size(), 25u);

@@ -1,6 +1,7 @@
 // The dispatcher in-process, talking over two real pipes to a peer UnixMsgPipe played by the test:
 // what only an in-process test can reach (responses from other threads, the heartbeat period, log
 // records raised by the server itself, a failed write ending run()).
+#include <fcntl.h>
 #include <poll.h>
 #include <unistd.h>
 
@@ -200,6 +201,42 @@ TEST_F(Dispatcher, LongRecordsAndResponsesAreCutToTheirFields) {
   EXPECT_EQ(resp->seq, 9u);
   EXPECT_EQ(std::string(resp->payload(), strnlen(resp->payload(), 256)), std::string(255, 'z'));
   EXPECT_EQ(getU32(resp->payload() + 256), 0u);
+}
+
+// A parent that sends without reading: the server stops reading once its queue is full, and when the
+// parent finally reads, every request has its answer, in order, and the server reads on.
+TEST_F(Dispatcher, ParentThatDoesNotReadStopsTheReceiverAndLosesNoAnswer) {
+  start();
+  const uint32_t kMost = 200000;
+  const int out = peer->getWriteFd();
+  fcntl(out, F_SETFL, fcntl(out, F_GETFL) | O_NONBLOCK);
+  uint32_t sent = 0;
+  while (sent < kMost) {
+    unsigned char wire[16];
+    Msg hdr;
+    hdr.size = 16;
+    hdr.type = GetProtocolVersion;
+    hdr.seq = sent + 1;
+    encodeHeader(hdr, wire);
+    if (write(out, wire, sizeof wire) == static_cast<ssize_t>(sizeof wire)) {
+      ++sent;
+      continue;
+    }
+    struct pollfd p = {out, POLLOUT, 0};
+    if (poll(&p, 1, 300) == 0) break;  // the server has stopped reading
+  }
+  EXPECT_LT(sent, kMost) << "the server kept reading requests it could not answer";
+  for (uint32_t seq = 1; seq <= sent; ++seq) {
+    MsgPtr msg = nextReal();
+    ASSERT_TRUE(msg) << "answer " << seq << " of " << sent << " lost";
+    ASSERT_EQ(msg->type, uint32_t(ProtocolVersionResp));
+    ASSERT_EQ(msg->seq, seq);
+  }
+  fcntl(out, F_SETFL, fcntl(out, F_GETFL) & ~O_NONBLOCK);
+  send(GetProtocolVersion, sent + 1);  // read once the queue has room again
+  MsgPtr msg = nextReal();
+  ASSERT_TRUE(msg) << "the server did not resume reading";
+  EXPECT_EQ(msg->seq, sent + 1);
 }
 
 // The peer keeps its end open and silent: stopping must not wait for it.

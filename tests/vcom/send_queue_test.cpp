@@ -1,8 +1,6 @@
 // The send queue without a pipe: producer threads against a consumer thread that plays the send thread,
 // the coalescing of replaceable messages at the bound, and the waits that give up on a stalled consumer.
-#include <atomic>
 #include <chrono>
-#include <string>
 #include <thread>
 #include <utility>
 #include <vector>
@@ -23,7 +21,7 @@ Msg* makeMsg(uint32_t type, uint32_t seq) { return Msg::create(kMsgSize, type, s
 // Pops everything queued so far, as the send thread would, without waiting for more.
 std::vector<std::pair<uint32_t, uint32_t>> drain(SendQueue& queue) {
   std::vector<std::pair<uint32_t, uint32_t>> got;
-  while (queue.queuedBytes() > 0) {
+  while (!queue.waitUntilSent(0)) {
     MsgPtr msg(queue.pop());
     got.emplace_back(msg->type, msg->seq);
     queue.written();
@@ -122,28 +120,10 @@ TEST(SendQueue, WaitUntilSentFollowsTheConsumersProgress) {
     }
   });
   EXPECT_TRUE(queue.waitUntilSent(kIdleMs)) << "gave up on a consumer that kept taking";
-  EXPECT_EQ(queue.queuedBytes(), 0u);
   queue.close();
   slowConsumer.join();
   EXPECT_FALSE(queue.waitUntilSent(kIdleMs));
-  queue.push(makeMsg(1, 99));  // deleted at once: nobody will send it
-  EXPECT_EQ(queue.queuedBytes(), 0u);
-}
-
-TEST(SendQueue, WaitForRoomReturnsOnceAMessageHasLeft) {
-  SendQueue queue(2 * kCharge);
-  queue.push(makeMsg(1, 1));
-  EXPECT_TRUE(queue.waitForRoom(0));
-  queue.push(makeMsg(1, 2));
-  EXPECT_FALSE(queue.waitForRoom(20));
-  std::thread consumer([&queue] {
-    MsgPtr msg(queue.pop());
-    queue.written();
-  });
-  EXPECT_TRUE(queue.waitForRoom(5000));
-  consumer.join();
-  queue.close();
-  EXPECT_FALSE(queue.waitForRoom(5000));
+  queue.push(makeMsg(1, 99));  // deleted at once (the leak checker would see it otherwise)
 }
 
 }  // namespace

@@ -45,7 +45,7 @@ int parseCommandLine(int argc, char** argv, StoreOptions& options, std::string& 
                "must show. The same N and S always give the same bytes.",
                "mkstore");
   app.allow_extras();
-  app.set_version_flag("--version", "mkstore " VSTAT_VERSION);
+  app.set_version_flag("--version", VSTAT_VERSION);
   app.footer("Exit status: 0 written, 1 the store or the manifest could not be written, 2 usage error.");
   std::string messages, seed;
   // A value may be left out, so that a missing one is reported like a wrong one; a repeated option

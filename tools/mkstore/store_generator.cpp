@@ -9,6 +9,7 @@
 #include "mkstore/output_files.h"
 #include "mkstore/store_layout.h"
 #include "mkstore/text_blocks.h"
+#include "stat/job_facts.h"
 
 namespace vorlane {
 namespace mkstore {
@@ -213,12 +214,12 @@ bool generateStore(const StoreOptions& options, Manifest& manifest, std::string&
         return false;
       }
       // Only the store itself is replaced; other files in the directory are left alone.
-      if (!removeTree(options.outDir + "/mail", error)) return false;
+      if (!removeTree(options.outDir + vstat::kMailRoot, error)) return false;
       break;
     case DirectoryState::Empty:
       break;
   }
-  const std::string root = options.outDir + "/mail";
+  const std::string root = options.outDir + vstat::kMailRoot;
   if (!makeDirectory(root, error)) return false;
 
   manifest = Manifest();
