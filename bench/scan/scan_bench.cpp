@@ -15,6 +15,7 @@
 #include <fcntl.h>
 #include <strings.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
@@ -281,26 +282,43 @@ long cachedKiB() {
   return 0;
 }
 
-double timedPlainRead(const std::vector<std::string>& messageDirs) {
+// CPU time (user + system) this process has used so far.
+double ownCpuSeconds() {
+  struct rusage ru;
+  getrusage(RUSAGE_SELF, &ru);
+  return static_cast<double>(ru.ru_utime.tv_sec + ru.ru_stime.tv_sec) +
+         static_cast<double>(ru.ru_utime.tv_usec + ru.ru_stime.tv_usec) / 1e6;
+}
+
+// One single-threaded 4 KiB read of the store: elapsed and CPU seconds.
+struct Floor {
+  double seconds = 0;
+  double cpu = 0;
+};
+
+Floor timedPlainRead(const std::vector<std::string>& messageDirs) {
   const Clock::time_point start = Clock::now();
+  const double cpuStart = ownCpuSeconds();
   plainRead(messageDirs);
-  return secondsSince(start);
+  return {secondsSince(start), ownCpuSeconds() - cpuStart};
 }
 
 // Medians of one job configuration over the runs.
 struct JobFigures {
-  std::vector<double> seconds, ratios, user, system, peakKiB, cacheGrowthKiB, storeCached;
-  void add(const JobResult& r, double floorSeconds) {
+  std::vector<double> seconds, ratios, cpuRatios, user, system, peakKiB, cacheGrowthKiB, storeCached;
+  void add(const JobResult& r, const Floor& floor) {
     seconds.push_back(r.seconds);
-    ratios.push_back(r.seconds / floorSeconds);
+    ratios.push_back(r.seconds / floor.seconds);
+    cpuRatios.push_back((r.userSeconds + r.systemSeconds) / floor.cpu);
     user.push_back(r.userSeconds);
     system.push_back(r.systemSeconds);
     peakKiB.push_back(static_cast<double>(r.peakKiB));
   }
   void print(const std::string& label, double megabytes) const {
     const double t = median(seconds);
-    printf("  %-22s %7.3f s  %6.1f MB/s  x%.2f of the floor  CPU %.2f user %.2f sys  peak %.1f MiB", label.c_str(), t,
-           megabytes / t, median(ratios), median(user), median(system), median(peakKiB) / 1024.0);
+    printf("  %-22s %7.3f s  %6.1f MB/s  x%.2f of the floor  CPU %.2f user %.2f sys (x%.2f of the floor's)  peak %.1f MiB",
+           label.c_str(), t, megabytes / t, median(ratios), median(user), median(system), median(cpuRatios),
+           median(peakKiB) / 1024.0);
     if (!cacheGrowthKiB.empty()) {
       printf("\n  %-22s page cache +%.1f MB (%.1f %% of the store), store files left cached %.1f MB (%.1f %%)", "",
              median(cacheGrowthKiB) / 1024.0, median(cacheGrowthKiB) * 1024 / 1e6 / megabytes * 100,
@@ -312,13 +330,13 @@ struct JobFigures {
 
 // Runs one job; on failure prints why and returns false.
 bool runInto(const std::string& server, const std::string& storeDir, unsigned threads, bool gentle,
-             double floorSeconds, JobFigures& figures, JobResult& last) {
+             const Floor& floor, JobFigures& figures, JobResult& last) {
   last = runJobWith(server, storeDir, threads, gentle);
   if (!last.ok) {
     printf("  job with %u threads FAILED: %s\n", threads, last.problem.c_str());
     return false;
   }
-  figures.add(last, floorSeconds);
+  figures.add(last, floor);
   return true;
 }
 
@@ -338,16 +356,19 @@ void measure(const std::string& server, const std::string& storeDir, int runs,
   std::vector<unsigned> threadCounts = {1, 2};
   if (threadsN > 2) threadCounts.push_back(threadsN);
   std::vector<JobFigures> warm(threadCounts.size());
-  std::vector<double> floors;
+  std::vector<double> floors, floorCpu;
   JobResult last;
   for (int r = 0; r < runs; ++r) {
-    floors.push_back(timedPlainRead(messageDirs));
+    const Floor floor = timedPlainRead(messageDirs);
+    floors.push_back(floor.seconds);
+    floorCpu.push_back(floor.cpu);
     for (size_t i = 0; i < threadCounts.size(); ++i) {
-      if (!runInto(server, storeDir, threadCounts[i], false, floors.back(), warm[i], last)) return;
+      if (!runInto(server, storeDir, threadCounts[i], false, floor, warm[i], last)) return;
     }
   }
   printf("  warm cache (default threads: %u)\n", threadsN);
-  printf("  %-22s %7.3f s  %6.1f MB/s\n", "4 KiB read floor", median(floors), megabytes / median(floors));
+  printf("  %-22s %7.3f s  %6.1f MB/s  CPU %.2f s\n", "4 KiB read floor", median(floors),
+         megabytes / median(floors), median(floorCpu));
   for (size_t i = 0; i < threadCounts.size(); ++i) {
     warm[i].print("job, " + std::to_string(threadCounts[i]) + " thread" + (threadCounts[i] > 1 ? "s" : ""), megabytes);
   }
@@ -362,17 +383,18 @@ void measure(const std::string& server, const std::string& storeDir, int runs,
   JobFigures coldOne, coldN, coldGentle;
   for (int r = 0; r < runs; ++r) {
     dropPageCache();
-    coldFloors.push_back(timedPlainRead(messageDirs));
+    const Floor floor = timedPlainRead(messageDirs);
+    coldFloors.push_back(floor.seconds);
     dropPageCache();
-    if (!runInto(server, storeDir, 1, false, coldFloors.back(), coldOne, last)) return;
+    if (!runInto(server, storeDir, 1, false, floor, coldOne, last)) return;
     dropPageCache();
     long before = cachedKiB();
-    if (!runInto(server, storeDir, threadsN, false, coldFloors.back(), coldN, last)) return;
+    if (!runInto(server, storeDir, threadsN, false, floor, coldN, last)) return;
     coldN.cacheGrowthKiB.push_back(static_cast<double>(cachedKiB() - before));
     coldN.storeCached.push_back(cachedStoreBytes(messageDirs));
     dropPageCache();
     before = cachedKiB();
-    if (!runInto(server, storeDir, threadsN, true, coldFloors.back(), coldGentle, last)) return;
+    if (!runInto(server, storeDir, threadsN, true, floor, coldGentle, last)) return;
     coldGentle.cacheGrowthKiB.push_back(static_cast<double>(cachedKiB() - before));
     coldGentle.storeCached.push_back(cachedStoreBytes(messageDirs));
   }

@@ -67,10 +67,7 @@ std::vector<std::string> messageDirectories(const std::string& root) {
 // A generated store (the same bytes every time) with a FIFO named like a message in every third message
 // directory.
 std::string makeStore(const TempDir& dir) {
-  vorlane::mkstore::StoreOptions options;
-  options.messages = 300;
-  options.seed = 14;
-  options.outDir = dir.file("store");
+  const vorlane::mkstore::StoreOptions options{300, 14, dir.file("store"), false};  // messages, seed
   vorlane::mkstore::Manifest manifest;
   std::string error;
   if (!vorlane::mkstore::generateStore(options, manifest, error)) {
