@@ -233,13 +233,13 @@ bool ScanImport::begin(const ScanHeader& h, std::string& error) {
     return false;
   }
   insert.bindText(1, h.node);
-  insert.bindText(2, h.date);
+  insert.bindText(2, h.job.date);
   insert.bindText(3, nowUtc());
-  insert.bindBytes(4, h.store);
-  insert.bindBytes(5, h.productVersion);
-  insert.bind(6, asInteger(h.build));
-  insert.bindBytes(7, h.osName);
-  insert.bind(8, asInteger(h.osCode));
+  insert.bindBytes(4, h.job.store);
+  insert.bindBytes(5, h.job.productVersion);
+  insert.bind(6, asInteger(h.job.build));
+  insert.bindBytes(7, h.job.osName);
+  insert.bind(8, asInteger(h.job.osCode));
   insert.bind(9, asInteger(h.reportMessages));
   insert.bind(10, asInteger(h.reportBytes));
   insert.bind(11, asInteger(h.reportLargest));

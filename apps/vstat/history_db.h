@@ -21,6 +21,7 @@
 #include <string>
 #include <vector>
 
+#include "details_reader.h"
 #include "stat/folder_details.h"
 
 namespace vorlane {
@@ -65,15 +66,10 @@ class Statement {
   sqlite3_stmt* stmt_ = nullptr;
 };
 
-// The report figures a scan is stored with.
+// What a scan is stored with: its node, the header of its details file and the report's totals.
 struct ScanHeader {
   std::string node;
-  std::string date;  // UTC, "YYYY-MM-DDTHH:MM:SSZ"
-  std::string store;
-  std::string productVersion;
-  unsigned long long build = 0;
-  std::string osName;
-  unsigned long long osCode = 0;
+  DetailsFileHeader job;
   unsigned long long reportMessages = 0;  // "Any folder class - any folder type": "Message count"
   unsigned long long reportBytes = 0;     // its "Message size" sum
   unsigned long long reportLargest = 0;   // its "Message size" maximum

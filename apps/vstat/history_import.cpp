@@ -58,12 +58,7 @@ bool importDetails(HistoryDb& db, const std::string& detailsPath, ScanHeader sca
       reason = "the details file is not from the job of the report (product, build or system differ)";
       return false;
     }
-    scan.date = header.date;
-    scan.store = header.store;
-    scan.productVersion = header.productVersion;
-    scan.build = header.build;
-    scan.osName = header.osName;
-    scan.osCode = header.osCode;
+    scan.job = header;
     return import.begin(scan, reason);
   };
   callbacks.folder = [&](const FolderDetails& folder, std::string& reason) { return import.addFolder(folder, reason); };

@@ -161,13 +161,8 @@ bool StatisticsJob::countQueued() {
 
 void StatisticsJob::openDetails() {
   if (detailsPath_.empty()) return;
-  DetailsHeader header;
-  header.store = request_.storeDir;
-  header.productVersion = request_.productVersion;
-  header.build = request_.build;
-  header.osName = request_.osName;
-  header.osCode = request_.osCode;
-  header.date = std::time(nullptr);
+  const DetailsHeader header{request_.storeDir, request_.productVersion, request_.build,
+                             request_.osName,    request_.osCode,         std::time(nullptr)};
   std::string error;
   if (!details_.open(detailsPath_, header, error)) channel_.sendErrMsg("No folder details: " + error + "\n");
 }

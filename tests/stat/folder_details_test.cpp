@@ -7,7 +7,6 @@
 #include <algorithm>
 #include <filesystem>
 #include <fstream>
-#include <sstream>
 #include <vector>
 
 #include <nlohmann/json.hpp>
@@ -175,13 +174,6 @@ class CountingChannel : public JobChannel {
   unsigned entered = 0;
 };
 
-std::string readAll(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
 // A generated store and one folder whose names are not UTF-8 and hold a newline and quotes.
 const std::string kOddMailbox = "m\xfcller";
 const std::string kOddFolder = "caf\xe9\n\"quoted\"";
@@ -189,10 +181,7 @@ const std::string kOddFolder = "caf\xe9\n\"quoted\"";
 class JobDetails : public ::testing::Test {
  protected:
   void SetUp() override {
-    vorlane::mkstore::StoreOptions options;
-    options.messages = 400;
-    options.seed = 5;
-    options.outDir = dir.file("store");
+    const vorlane::mkstore::StoreOptions options{400, 5, dir.file("store"), false};
     vorlane::mkstore::Manifest manifest;
     std::string error;
     ASSERT_TRUE(vorlane::mkstore::generateStore(options, manifest, error)) << error;
@@ -209,7 +198,7 @@ class JobDetails : public ::testing::Test {
     job.reset(new StatisticsJob(request, channel, dir.file("report.xml")));
     job->setDetailsPath(details);
     job->run();
-    return readAll(dir.file("report.xml"));
+    return dir.read("report.xml");
   }
 
   const Counter& total(Counter::Type type) const {
