@@ -6,8 +6,6 @@
 #include <unistd.h>
 
 #include <cstring>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
@@ -22,6 +20,7 @@
 using namespace vorlane;
 using vcom::Msg;
 using vcom::MsgPtr;
+using vorlane::testing::readFile;
 
 namespace {
 
@@ -114,13 +113,6 @@ TEST(VstatServerEvents, LaggingParentGetsTheFirstAndFinalEventsInOrder) {
   fclose(debug);
   EXPECT_NE(lines.find(" Sending ProgressAsync; dom=a.com, mbox=john, run=1\n"), std::string::npos);
   EXPECT_NE(lines.find(" cannot open /store/100%s/x: No such file\n"), std::string::npos);
-}
-
-std::string readFile(const std::string& path) {
-  std::ifstream in(path);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
 }
 
 // VSTAT_DEBUG names the debug file. A plain file of the server's user (created 0600 when missing) gets

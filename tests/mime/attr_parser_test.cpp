@@ -66,6 +66,17 @@ TEST(MailAttrList, ParsesParametersInNameOrder) {
       {"a; name==?utf-8?Q?one?= \r\n =?utf-8?Q?two?=; x=1", {{"name", "=?utf-8?Q?one?==?utf-8?Q?two?="}, {"x", "1"}}},
       {"a; name=\"=?utf-8?Q?one?= =?utf-8?Q?two?=\"", {{"name", "=?utf-8?Q?one?= =?utf-8?Q?two?="}}},
       {"a; name=plain text", {{"name", "plain"}}},
+      // Extended values are converted to UTF-8.
+      {"x; title*=us-ascii'en-us'This%20is", {{"title", "This is"}}},
+      {"x; f*=iso-8859-1''caf%E9", {{"f", "caf\xc3\xa9"}}},
+      // Later extended sections use the first section's charset; plain sections are taken as written.
+      {"x; f*1*=%E9; f*0*=iso-8859-1''caf; f*2=%41", {{"f", "caf\xc3\xa9%41"}}},
+      // Without a charset the first extended section contributes nothing, nor do later extended ones.
+      {"x; f*0*=none; f*1=b; f*2*=c", {{"f", "b"}}},
+      {"x; f*=''abc", {{"f", ""}}},
+      // Charset names as mail spells them, not as the C library does.
+      {"x; boundary*=\"ansi-x3.4-1968''EeQfGwPcQSOJBaQU\"", {{"boundary", "EeQfGwPcQSOJBaQU"}}},
+      {"x; f*=Latin_1''caf%E9", {{"f", "caf\xc3\xa9"}}},
   };
   for (const ParseCase& c : cases) EXPECT_EQ(parsePairs(c.input), c.expected) << c.input;
 }
@@ -143,22 +154,6 @@ TEST(AttrParser, PercentDecodingKeepsStrayPercentSigns) {
     AttrParser::decodeHvalue(c.first, out);
     EXPECT_EQ(out, c.second) << c.first;
   }
-}
-
-TEST(MailAttrList, ExtendedValuesAreConvertedToUtf8) {
-  const ParseCase cases[] = {
-      {"x; title*=us-ascii'en-us'This%20is", {{"title", "This is"}}},
-      {"x; f*=iso-8859-1''caf%E9", {{"f", "caf\xc3\xa9"}}},
-      // Later extended sections use the first section's charset; plain sections are taken as written.
-      {"x; f*1*=%E9; f*0*=iso-8859-1''caf; f*2=%41", {{"f", "caf\xc3\xa9%41"}}},
-      // Without a charset the first extended section contributes nothing, nor do later extended ones.
-      {"x; f*0*=none; f*1=b; f*2*=c", {{"f", "b"}}},
-      {"x; f*=''abc", {{"f", ""}}},
-      // Charset names as mail spells them, not as the C library does.
-      {"x; boundary*=\"ansi-x3.4-1968''EeQfGwPcQSOJBaQU\"", {{"boundary", "EeQfGwPcQSOJBaQU"}}},
-      {"x; f*=Latin_1''caf%E9", {{"f", "caf\xc3\xa9"}}},
-  };
-  for (const ParseCase& c : cases) EXPECT_EQ(parsePairs(c.input), c.expected) << c.input;
 }
 
 TEST(MailAttrGet, FetchesOneParameterWhenItFits) {

@@ -12,6 +12,14 @@
 namespace vorlane {
 namespace testing {
 
+// The whole content of a file; "" when it cannot be read.
+inline std::string readFile(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  std::ostringstream content;
+  content << in.rdbuf();
+  return content.str();
+}
+
 class TempDir {
  public:
   TempDir() {
@@ -44,12 +52,7 @@ class TempDir {
   }
 
   // The whole content of path()/relative; "" when it cannot be read.
-  std::string read(const std::string& relative) const {
-    std::ifstream in(file(relative), std::ios::binary);
-    std::ostringstream content;
-    content << in.rdbuf();
-    return content.str();
-  }
+  std::string read(const std::string& relative) const { return readFile(file(relative)); }
 
  private:
   std::string path_;

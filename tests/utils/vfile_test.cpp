@@ -5,8 +5,6 @@
 #include <fcntl.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <sstream>
 #include <string>
 
 #include "../support/temp_dir.h"
@@ -15,14 +13,6 @@ using vorlane::testing::TempDir;
 using vorlane::utils::VFile;
 
 namespace {
-
-void writeFile(const std::string& path, const std::string& content) { std::ofstream(path, std::ios::binary) << content; }
-
-std::string readFile(const std::string& path) {
-  std::stringstream ss;
-  ss << std::ifstream(path, std::ios::binary).rdbuf();
-  return ss.str();
-}
 
 // Opens an existing file holding "content" and a missing one; describes the access/append flags
 // (-1: not opened), what is left of the existing file, and whether the missing one was created.
@@ -33,7 +23,7 @@ std::string describe(int flags, const std::string& left, bool created) {
 template <typename Open>
 std::string tryOpen(Open open) {
   TempDir dir;
-  writeFile(dir.file("existing"), "content");
+  dir.write("existing", "content");
   int flags = -1;
   {
     VFile f;
@@ -41,7 +31,7 @@ std::string tryOpen(Open open) {
   }
   VFile g;
   bool created = open(g, dir.file("missing").c_str()) && access(dir.file("missing").c_str(), F_OK) == 0;
-  return describe(flags, readFile(dir.file("existing")), created);
+  return describe(flags, dir.read("existing"), created);
 }
 
 }  // namespace
@@ -87,14 +77,14 @@ TEST(VFileOpen, AccessAndCreationFlags) {
 
 TEST(VFile, CloseFlushesIsIdempotentAndForgetsBufferedInput) {
   TempDir dir;
-  writeFile(dir.file("in"), "a1\na2\n");
+  dir.write("in", "a1\na2\n");
   VFile f;
   ASSERT_TRUE(f.open(dir.file("out").c_str(), "w"));
   ASSERT_TRUE(f.printf("line %d\n", 1));
   EXPECT_FALSE(f.open(dir.file("in").c_str(), "r")) << "an open file is not silently replaced";
   f.close();
   f.close();
-  EXPECT_EQ(readFile(dir.file("out")), "line 1\n");
+  EXPECT_EQ(dir.read("out"), "line 1\n");
   char buf[16];
   ASSERT_TRUE(f.open(dir.file("in").c_str(), "r"));
   ASSERT_EQ(f.gets(buf, sizeof(buf), false), 3);
@@ -107,7 +97,7 @@ TEST(VFile, CloseFlushesIsIdempotentAndForgetsBufferedInput) {
 // Two descriptions of one file show the flock effect between VFiles even inside one process.
 TEST(VFile, LocksForwardToTheFileAndCloseReleasesThem) {
   TempDir dir;
-  writeFile(dir.file("l"), "x");
+  dir.write("l", "x");
   VFile a, b;
   ASSERT_TRUE(a.open(dir.file("l").c_str(), "r"));
   ASSERT_TRUE(b.open(dir.file("l").c_str(), "r"));
@@ -122,7 +112,7 @@ TEST(VFile, LocksForwardToTheFileAndCloseReleasesThem) {
 // be what the descriptor says, including appends (which jump to the end) and a reopen.
 TEST(VFile, RememberedPositionAgreesWithTheDescriptor) {
   TempDir dir;
-  writeFile(dir.file("f"), std::string(10000, 'x'));
+  dir.write("f", std::string(10000, 'x'));
   VFile f;
   char buf[64];
   const auto agrees = [&f](const char* step) {

@@ -1,12 +1,14 @@
-// The free conversion functions (charsetRecode in its forms, remapCharset) and the run-time loading of the
-// conversion library they go through, including a process that has to do without it.
+// Charset conversion: the converter class, the free conversion functions (charsetRecode in its forms,
+// remapCharset) and the run-time loading of the conversion library they go through, including a process
+// that has to do without it.
+#include "utils/charset_converter.h"
+
 #include <errno.h>
 #include <gtest/gtest.h>
 
 #include <stdexcept>
 #include <string>
 
-#include "utils/charset_converter.h"
 #include "utils/shared_library_loader.h"
 #include "utils/viconv.h"
 
@@ -19,6 +21,135 @@ using vorlane::utils::SharedLibraryLoader;
 using vorlane::utils::VIconv;
 
 namespace {
+
+const size_t kChunk = CharsetConverter::kInputChunkSize;
+
+TEST(CharsetConverter, ConvertsWholeTextsAndDropsWhatCannotBeConverted) {
+  struct Case {
+    const char* from;
+    const char* to;
+    std::string input;
+    std::string output;
+    unsigned dropped;
+  };
+  const Case cases[] = {
+      {"iso-8859-2", "utf-8", "\xb1\xe6", "\xc4\x85\xc4\x87", 0},
+      {"utf-8", "iso-8859-1", "", "", 0},
+      {"utf-8", "iso-8859-1", "1\xe2\x82\xac = 1 EUR", "1 = 1 EUR", 1},  // no euro sign in Latin-1
+      {"utf-8", "utf-8",
+       "a\xff"
+       "b\xc0"
+       "c",
+       "abc", 1},                                                        // invalid bytes
+      {"utf-8", "utf-16be", "ab\xe2\x82", std::string("\0a\0b", 4), 1},  // cut inside the last character
+      {"utf-8", "iso-2022-jp", "\xe6\x97\xa5\xe6\x9c\xac", "\x1b$BF|K\\\x1b(B", 0},  // ends back in ASCII
+  };
+  for (const Case& c : cases) {
+    CharsetConverter converter(c.from, c.to);
+    std::string out = "stale";
+    // Twice: each text starts from the initial state and its own count.
+    for (int round = 0; round < 2; ++round) {
+      converter.reset();
+      EXPECT_TRUE(converter.convert(c.input, out)) << c.from << " -> " << c.to;
+      EXPECT_EQ(out, c.output) << c.from << " -> " << c.to;
+      EXPECT_EQ(converter.droppedCount(), c.dropped) << c.from << " -> " << c.to;
+    }
+  }
+}
+
+// A multibyte character cut by the chunk boundary is carried into the next chunk, wherever the cut
+// falls inside it: nothing is lost and nothing is reported as dropped.
+TEST(CharsetConverter, CharactersCutByChunkBoundariesSurvive) {
+  for (const std::string character : {"\xc3\xa9", "\xe2\x82\xac", "\xf0\x9f\x98\x80"}) {
+    for (size_t shift = 0; shift < character.size(); ++shift) {
+      std::string text(shift, 'x');
+      while (text.size() < 3 * kChunk) text += character;
+      std::string utf16;
+      std::string back;
+      CharsetConverter there("utf-8", "utf-16le");
+      ASSERT_TRUE(there.convert(text, utf16));
+      EXPECT_EQ(there.droppedCount(), 0u) << character.size() << "-byte character, shift " << shift;
+      ASSERT_TRUE(charsetRecode("utf-16le", "utf-8", utf16, back));
+      EXPECT_EQ(back, text) << character.size() << "-byte character, shift " << shift;
+    }
+  }
+}
+
+// Bad bytes in several chunks are each skipped; the good text around them all arrives.
+TEST(CharsetConverter, InvalidBytesInEveryChunkAreSkipped) {
+  std::string text;
+  std::string expected;
+  for (size_t i = 0; i < 5 * kChunk; ++i) {
+    const char c = i % 300 == 7 ? '\xff' : static_cast<char>('a' + i % 26);
+    text += c;
+    if (c != '\xff') expected += c;
+  }
+  CharsetConverter converter("utf-8", "iso-8859-1");
+  std::string out;
+  EXPECT_TRUE(converter.convert(text, out));
+  EXPECT_EQ(out, expected);
+  EXPECT_GE(converter.droppedCount(), 5u);
+}
+
+TEST(CharsetConverter, UnknownCharsetThrowsOnlyWhenAsked) {
+  EXPECT_FALSE(CharsetConverter("no-such-charset", "utf-8").isOpen());
+  try {
+    CharsetConverter strict("no-such-charset", "utf-8", true);
+    FAIL() << "no exception";
+  } catch (const std::runtime_error& e) {
+    EXPECT_STREQ(e.what(),
+                 "CharsetConverter: failed to initialize string conversion from \"no-such-charset\" "
+                 "encoding to \"utf-8\" encoding");
+  }
+}
+
+// The buffer interface hands out the text in pieces as small as the caller's buffer, zeroes the rest
+// of it, and takes the input only once all of its output was delivered.
+TEST(CharsetConverter, BufferInterfaceDeliversInPieces) {
+  const std::string input = "na\xefve caf\xe9 \xe0 la cr\xe8me";
+  for (unsigned room : {1u, 7u, 63u}) {
+    CharsetConverter converter("iso-8859-1", "utf-8");
+    const char* in = input.data();
+    unsigned inLength = static_cast<unsigned>(input.size());
+    std::string collected;
+    for (int calls = 0; inLength > 0 && calls < 100; ++calls) {
+      char buffer[64];
+      buffer[room] = 'z';
+      char* out = buffer;
+      unsigned outLength = room;
+      ASSERT_TRUE(converter.convert(&in, inLength, &out, outLength));
+      const size_t copied = static_cast<size_t>(out - buffer);
+      EXPECT_EQ(copied + outLength, room);
+      EXPECT_EQ(std::string(buffer + copied, room - copied + 1), std::string(room - copied, '\0') + "z");
+      collected.append(buffer, copied);
+      EXPECT_EQ(in, inLength > 0 ? input.data() : input.data() + input.size());
+    }
+    EXPECT_EQ(collected, "na\xc3\xafve caf\xc3\xa9 \xc3\xa0 la cr\xc3\xa8me") << "room " << room;
+  }
+}
+
+// A library that fills only a few bytes per call: every chunk meets a full output buffer many times,
+// and the text must still come out whole.
+TEST(CharsetConverter, FullOutputBuffersAreDrainedAndResumed) {
+  ASSERT_TRUE(VIconv().init("vxiconv_test_small_output.so", ""));
+  std::string text;
+  std::string expected;
+  while (text.size() < 3 * kChunk) {
+    text +=
+        "stra\xdf"
+        "e \x80 ";
+    expected +=
+        "stra\xc3\x9f"
+        "e \xe2\x82\xac ";
+  }
+  std::string out;
+  EXPECT_TRUE(charsetRecode("cp1252", "utf-8", text, out));
+  EXPECT_EQ(out, expected);
+  EXPECT_TRUE(charsetRecode("utf-8", "utf-7-imap", "\xe6\x97\xa5\xe6\x9c\xac\xe8\xaa\x9e \xe5\x8f\xb0", out));
+  EXPECT_EQ(out, "&ZeVnLIqe- &U,A-");
+  EXPECT_TRUE(VIconv().init("", ""));
+}
+
 
 // The string, pointer-and-length and iterator forms see the same bytes, embedded NULs included.
 TEST(CharsetRecode, EveryInputFormGivesTheSameResult) {
