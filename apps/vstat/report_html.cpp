@@ -52,7 +52,7 @@ void writeChart(std::ostream& out, const ReportCounter& h, const std::vector<Bar
 
 }  // namespace
 
-void writeHtml(std::ostream& out, const Report& report) {
+void writeHtml(std::ostream& out, const Report& report, const std::string& extraSection) {
   out << "<!DOCTYPE html>\n<html lang=\"en\"><head><meta charset=\"utf-8\">"
          "<meta name=\"viewport\" content=\"width=device-width, initial-scale=1\">"
          "<title>Store statistics report</title><style>"
@@ -97,7 +97,7 @@ void writeHtml(std::ostream& out, const Report& report) {
     }
     if (opened) out << "</div></section>\n";
   }
-  out << "</body></html>\n";
+  out << extraSection << "</body></html>\n";
 }
 
 }  // namespace cli

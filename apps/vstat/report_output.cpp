@@ -41,7 +41,7 @@ void renderReport(std::ostream& out, const Report& report, const OutputOptions& 
       writeOpenMetrics(out, report);
       return;
     case ReportFormat::Html:
-      writeHtml(out, report);
+      writeHtml(out, report, options.htmlSection);
       return;
   }
 }

@@ -21,6 +21,7 @@ struct OutputOptions {
   ReportFormat format = ReportFormat::Text;
   std::string file;         // empty: standard output
   bool histograms = false;  // text only: add the histogram bars
+  std::string htmlSection;  // html only: markup added at the end of the page
 };
 
 // Declares the output options on a command.

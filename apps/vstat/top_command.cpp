@@ -20,14 +20,6 @@ const char* orderName(TopOrder order) {
   return order == TopOrder::Bytes ? "bytes" : order == TopOrder::Messages ? "messages" : "largest";
 }
 
-std::string displayName(const TopRow& row) {
-  std::string name = row.domain;
-  for (const std::string* part : {&row.mailbox, &row.folder}) {
-    if (!part->empty()) name += "/" + *part;
-  }
-  return name;
-}
-
 void writeText(std::ostream& out, const TopOptions& options, const std::vector<ScanRef>& scans,
                const std::vector<TopRow>& rows) {
   out << "Largest " << levelName(options.level) << (options.level == TopLevel::Mailbox ? "es" : "s") << " by "
@@ -79,6 +71,14 @@ void writeCsv(std::ostream& out, const std::vector<TopRow>& rows) {
 }
 
 }  // namespace
+
+std::string displayName(const TopRow& row) {
+  std::string name = row.domain;
+  for (const std::string* part : {&row.mailbox, &row.folder}) {
+    if (!part->empty()) name += "/" + *part;
+  }
+  return name;
+}
 
 bool runTop(const TopOptions& options, std::ostream& out, std::string& error) {
   HistoryDb db;

@@ -26,6 +26,9 @@ struct TopOptions {
   int busyTimeoutMs = kDefaultBusyTimeoutMs;
 };
 
+// "domain/mailbox/folder", leaving out the empty parts.
+std::string displayName(const TopRow& row);
+
 // Writes the list to `out`; false with the reason in `error`.
 bool runTop(const TopOptions& options, std::ostream& out, std::string& error);
 

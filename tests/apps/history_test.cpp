@@ -15,6 +15,8 @@
 #include "../support/temp_dir.h"
 #include "history_command.h"
 #include "history_import.h"
+#include "history_section.h"
+#include "report_html.h"
 #include "stat/counter_catalogue.h"
 #include "stat/folder_details.h"
 #include "stat/statistic.h"
@@ -202,6 +204,30 @@ TEST_F(TwoNodes, HistoryShowsEveryScanAndWhoGrewSinceTheScanBefore) {
     }
     EXPECT_EQ(growth, c.growth) << c.since;
   }
+}
+
+TEST_F(TwoNodes, ReportPageSectionRanksTheNewestScansAndChartsEachNode) {
+  std::string section, error;
+  ASSERT_TRUE(historySectionHtml(db, section, error)) << error;
+  auto rowNames = [&](const char* from, const char* to) {
+    const size_t begin = section.find(from), end = section.find(to, begin);
+    const std::string table = section.substr(begin, end == std::string::npos ? end : end - begin);
+    std::string list;
+    const std::regex cell("<tr><td>([^<]*)</td>");
+    for (std::sregex_iterator it(table.begin(), table.end(), cell), last; it != last; ++it) list += (*it)[1].str() + " ";
+    return list;
+  };
+  // The newest scans are a2 and b2; the older ones only feed the charts. The public tree has no mailbox.
+  EXPECT_EQ(rowNames("Largest mailboxes", "Largest folders"), "a.org/ann b.net/cy a.org/bob #public ");
+  EXPECT_EQ(rowNames("Largest folders", "Growth"),
+            "a.org/ann/INBOX b.net/cy/INBOX a.org/bob/INBOX #public/News a.org/ann/Sent ");
+  const std::regex polyline("<polyline");
+  EXPECT_EQ(std::distance(std::sregex_iterator(section.begin(), section.end(), polyline), std::sregex_iterator()), 4);
+
+  std::ostringstream page;
+  writeHtml(page, Report(), section);
+  EXPECT_NE(page.str().find(section + "</body></html>\n"), std::string::npos);
+  EXPECT_FALSE(historySectionHtml(dir.file("missing.sqlite"), section, error));
 }
 
 // Every way a details file can be damaged is refused with its line, and the database keeps what it had.
