@@ -4,6 +4,7 @@
 
 #include <cstring>
 
+#include "utils/base64.h"
 #include "utils/charset_converter.h"
 
 namespace vorlane {
@@ -19,15 +20,6 @@ int hexValue(char c) {
   if (c >= '0' && c <= '9') return c - '0';
   if (c >= 'a' && c <= 'f') return c - 'a' + 10;
   if (c >= 'A' && c <= 'F') return c - 'A' + 10;
-  return -1;
-}
-
-int base64Value(char c) {
-  if (c >= 'A' && c <= 'Z') return c - 'A';
-  if (c >= 'a' && c <= 'z') return c - 'a' + 26;
-  if (c >= '0' && c <= '9') return c - '0' + 52;
-  if (c == '+') return 62;
-  if (c == '/') return 63;
   return -1;
 }
 
@@ -85,7 +77,7 @@ void decodeB(const char* p, const char* end, std::string& out) {
   unsigned bits = 0;
   int count = 0;
   for (; p < end; ++p) {
-    const int v = base64Value(*p);
+    const int v = utils::base64Value(*p);
     if (v < 0) continue;
     bits = (bits << 6) | static_cast<unsigned>(v);
     count += 6;

@@ -7,7 +7,9 @@ namespace {
 
 const char kAlphabet[] = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
 
-int sextet(char c) {
+}  // namespace
+
+int base64Value(char c) {
   if (c >= 'A' && c <= 'Z') return c - 'A';
   if (c >= 'a' && c <= 'z') return c - 'a' + 26;
   if (c >= '0' && c <= '9') return c - '0' + 52;
@@ -15,8 +17,6 @@ int sextet(char c) {
   if (c == '/') return 63;
   return -1;
 }
-
-}  // namespace
 
 std::string base64Encode(const std::string& bytes) {
   std::string text;
@@ -50,7 +50,7 @@ bool base64Decode(const std::string& text, std::string& bytes) {
     const size_t padding = last ? (text[i + 3] == '=') + (text[i + 2] == '=' && text[i + 3] == '=') : 0;
     unsigned v = 0;
     for (size_t k = 0; k < 4; ++k) {
-      const int s = k < 4 - padding ? sextet(text[i + k]) : 0;
+      const int s = k < 4 - padding ? base64Value(text[i + k]) : 0;
       if (s < 0) return false;
       v = v << 6 | static_cast<unsigned>(s);
     }

@@ -7,6 +7,9 @@
 namespace vorlane {
 namespace utils {
 
+// The value (0 to 63) of one character of the alphabet, -1 for any other character.
+int base64Value(char c);
+
 std::string base64Encode(const std::string& bytes);
 // Strict: only the alphabet, length a multiple of 4, padding only at the end. False on anything else
 // (`bytes` is then unspecified).
