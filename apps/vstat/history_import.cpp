@@ -85,12 +85,14 @@ TemporaryDetails::TemporaryDetails() {
   if (::mkdtemp(&pattern[0])) {
     directory_ = pattern;
     path_ = directory_ + "/details.jsonl";
+    reportPath_ = directory_ + "/report.xml";
   }
 }
 
 TemporaryDetails::~TemporaryDetails() {
   if (directory_.empty()) return;
   ::unlink(path_.c_str());
+  ::unlink(reportPath_.c_str());
   ::rmdir(directory_.c_str());
 }
 

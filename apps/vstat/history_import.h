@@ -42,10 +42,13 @@ class TemporaryDetails {
   TemporaryDetails(const TemporaryDetails&) = delete;
   TemporaryDetails& operator=(const TemporaryDetails&) = delete;
   const std::string& path() const { return path_; }
+  // Beside it, for the report text the scan read.
+  const std::string& reportPath() const { return reportPath_; }
 
  private:
   std::string directory_;
   std::string path_;
+  std::string reportPath_;
 };
 
 }  // namespace cli

@@ -264,6 +264,9 @@ class ScanRun {
   explicit ScanRun(const ScanOptions& options)
       : options_(options), display_(std::cout, isatty(STDOUT_FILENO) == 1, terminalWidth(STDOUT_FILENO)) {}
 
+  // The report as it was read while the report lock was held; empty when none was read.
+  const std::string& reportText() const { return reportText_; }
+
   int run() {
     const int locked = lockReport();
     if (locked != kExitReport) return locked;
@@ -433,8 +436,9 @@ class ScanRun {
     }
 
     int status = outcome_.stopRequested ? kExitFailed : kExitReport;
-    // Read once: the summary and the copy come from the same text, whatever happens to the file later.
-    std::string text;
+    // Read once: the summary, the copy and the history import come from the same text, whatever happens
+    // to the file once the report lock is released.
+    std::string& text = reportText_;
     Report report;
     std::string error;
     if (!readReportText(kReportPath, text, report.fileTime, error) || !parseReport(text, report, error)) {
@@ -467,6 +471,7 @@ class ScanRun {
   vstat::StatJobClient server_;
   ProgressDisplay display_;
   JobOutcome outcome_;
+  std::string reportText_;
 };
 
 int runScan(ScanOptions& options) {
@@ -490,14 +495,21 @@ int runScan(ScanOptions& options) {
     std::fprintf(stderr, "vstat scan: cannot make a temporary details file: %s\n", std::strerror(errno));
     return kExitHistoryFailed;
   }
-  status = ScanRun(options).run();
+  ScanRun run(options);
+  status = run.run();
   ::unsetenv(vstat::kDetailsVariable);
-  if (::access(details.path().c_str(), F_OK) != 0) return status;
+  if (::access(details.path().c_str(), F_OK) != 0 || run.reportText().empty()) return status;
+  // Another scan may replace the fixed report path as soon as ours released the lock: the import takes
+  // the text this scan read.
+  std::string error;
+  if (!replaceFileContents(details.reportPath(), run.reportText(), error)) {
+    std::fprintf(stderr, "vstat scan: not stored in the history: %s\n", error.c_str());
+    return status == kExitReport ? kExitHistoryFailed : status;
+  }
   ImportOptions import = options.import;
-  import.report = options.reportCopy.empty() ? kReportPath : options.reportCopy;
+  import.report = details.reportPath();
   import.details = details.path();
   long long scanId = 0;
-  std::string error;
   if (!importScan(import, scanId, error)) {
     std::fprintf(stderr, "vstat scan: not stored in the history: %s\n", error.c_str());
     return status == kExitReport ? kExitHistoryFailed : status;
