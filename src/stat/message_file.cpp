@@ -4,11 +4,11 @@
 #include <sys/stat.h>
 
 #include "stat/message_classification.h"
-#include "utils/vfile.h"
+#include "utils/bulk_read_file.h"
 
 using vorlane::mime::mail_struct;
 using vorlane::mime::parse_outcome;
-using vorlane::utils::VFile;
+using vorlane::utils::BulkReadFile;
 
 namespace {
 
@@ -31,7 +31,7 @@ MessageRead readMessage(const MessageEntry& entry, MessageFacts& facts, std::str
       return MessageRead::Failed;
     }
   }
-  VFile file;
+  BulkReadFile file;
   if (!file.doOpenAt(entry.dirFd, entry.name, O_RDONLY | O_NONBLOCK | O_NOCTTY)) {
     // A file that is gone by now is reported as one whose status cannot be had, as if it had been
     // looked up before opening.

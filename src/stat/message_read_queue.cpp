@@ -25,9 +25,12 @@ bool MessageReadQueue::add(const MessageEntry& entry) {
   request.name.assign(entry.name);
   request.path.assign(entry.path);
   request.listedType = entry.listedType;
-  const vorlane::utils::ReadAheadResult announced =
-      vorlane::utils::announceRead(directory_, entry.name, entry.listedType, gentle_);
-  request.release = gentle_ && announced.advised && !announced.resident;
+  request.release = false;
+  if (gentle_) {
+    const vorlane::utils::ReadAheadResult announced =
+        vorlane::utils::announceRead(directory_, entry.name, entry.listedType, true);
+    request.release = announced.advised && !announced.resident;
+  }
   pipeline_.publish();
   return true;
 }

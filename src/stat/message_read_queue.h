@@ -1,7 +1,7 @@
-// The message files of one folder read ahead of the job that counts them. Every queued file is announced
-// to the kernel at once (read-ahead), so that up to kWindow files are being fetched while earlier ones
-// are parsed; with parser threads, the files are also read and classified (readMessage) on those
-// threads. The job takes the outcomes strictly in the order it queued the entries. With one thread
+// The message files of one folder read ahead of the job that counts them: with parser threads, up to
+// kWindow files are read and classified (readMessage) on those threads while earlier ones are counted.
+// In gentle mode every queued file is also announced to the kernel at once (read-ahead), after a look at
+// whether any of its pages were cached; otherwise read-ahead is left to the job's StorePrefetch. The job takes the outcomes strictly in the order it queued the entries. With one thread
 // nothing runs beside the job: take() reads the message on the job's thread.
 //
 // Contract: the entries queued at one time all come from one directory. The first entry queued into an

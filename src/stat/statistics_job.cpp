@@ -12,7 +12,8 @@ StatisticsJob::StatisticsJob(const vorlane::vstat::ProcessStoreReqBuffT& request
     : request_(request),
       channel_(channel),
       reportPath_(std::move(reportPath)),
-      queue_(settings.threads > 1 || settings.gentle ? new MessageReadQueue(settings, &channel.stopRequested) : nullptr) {}
+      queue_(settings.threads > 1 || settings.gentle ? new MessageReadQueue(settings, &channel.stopRequested) : nullptr),
+      prefetching_(settings.threads > 1 && !settings.gentle) {}
 
 void StatisticsJob::run() {
   const std::string root = std::string(request_.storeDir) + vorlane::vstat::kMailRoot;
@@ -29,8 +30,10 @@ void StatisticsJob::run() {
   mailboxCount_ = StoreWalk::countMailboxes(root);
   channel_.sendErrMsg("StoreTarget::countStatistic starting processFolder()");
   openDetails();
+  if (prefetching_) prefetch_.reset(new StorePrefetch(root));
   StoreWalk walk(root, *this, channel_.stopRequested);
   walk.run();
+  prefetch_.reset();
   countQueued();
   channel_.sendErrMsg("StoreTarget::countStatistic processFolder() finished\n");
   // A stopped walk still reports what it counted.
@@ -93,6 +96,7 @@ void StatisticsJob::folderFound(const StorePlace& place, const FolderStatus& sta
 }
 
 void StatisticsJob::messageFound(const StorePlace& place, Collection::FolderType type, const MessageEntry& entry) {
+  if (prefetch_) prefetch_->messageTaken();
   if (!queue_) {
     readNow(place, type, entry);
     return;

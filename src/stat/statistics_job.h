@@ -7,9 +7,9 @@
 // from their index. A stopped walk still writes the report of what it counted. Error lines go to the
 // channel; a message file that cannot be read is reported there and not counted.
 //
-// With parser threads, the message files of a folder go through a read queue (MessageReadQueue):
-// announced to the kernel ahead of time and read on those threads, while the job alone counts them in
-// listing order. With one thread the job reads each message itself as the walk finds it (through the
+// With parser threads, the message files of a folder go through a read queue (MessageReadQueue) and
+// are read on those threads, while the job alone counts them in listing order; a StorePrefetch walks
+// ahead and announces the files to the kernel (in gentle mode the queue announces them itself). With one thread the job reads each message itself as the walk finds it (through the
 // queue, without threads, only in gentle mode, which needs the queue's look at the page cache). Whatever the threads, the requester sees the same report, events and error lines: the
 // stop request is looked at after every message counted, as a walk that reads each message itself does,
 // and the messages read ahead of it are then dropped; everything but a message of the same folder
@@ -32,6 +32,7 @@
 #include "stat/message_read_queue.h"
 #include "stat/scan_settings.h"
 #include "stat/statistic.h"
+#include "stat/store_prefetch.h"
 #include "stat/store_walk.h"
 #include "stat/vstat_messages.h"
 
@@ -91,6 +92,8 @@ class StatisticsJob : private StoreVisitor {
   bool counting_ = false;
   bool reportWritten_ = false;
   const std::unique_ptr<MessageReadQueue> queue_;  // null with one thread, unless gentle
+  const bool prefetching_;                          // parser threads and not gentle
+  std::unique_ptr<StorePrefetch> prefetch_;         // during the walk, when prefetching
   StorePlace queuedPlace_;  // the folder whose messages are queued
   Collection::FolderType queuedType_ = Collection::MailFolder;
   // Reused for every message, so that its buffers do not grow again for each one.

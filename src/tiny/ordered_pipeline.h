@@ -5,7 +5,8 @@
 //
 // Contract: one consumer thread calls prepare, publish, next, discard and the queries; the work function runs on
 // the workers, one item at a time per worker, and must not throw. An item and its result slot belong to
-// exactly one worker while it works on them. discard() withdraws every item no worker has started and
+// exactly one worker while it works on them; when the consumer asks for an item no worker has begun, it
+// does that item itself. discard() withdraws every item no worker has started and
 // waits for the started ones, so once it returns nothing touches anything an item referred to (an open
 // directory, say). The destructor discards and joins the workers. Nobody spins: workers and the consumer
 // wait on condition variables. If worker threads cannot be started, the pipeline runs with those it got,
@@ -79,7 +80,16 @@ class OrderedPipeline {
       work_(slot.item, slot.result);
     } else {
       std::unique_lock<std::mutex> lock(mutex_);
-      resultReady_.wait(lock, [&] { return slot.done; });
+      if (started_ == head_) {
+        // No worker has begun it: doing it here costs less than waiting for one to wake up.
+        ++started_;
+        lock.unlock();
+        work_(slot.item, slot.result);
+      } else {
+        consumerWaits_ = true;
+        resultReady_.wait(lock, [&] { return slot.done; });
+        consumerWaits_ = false;
+      }
     }
     std::swap(out, slot.result);
     std::lock_guard<std::mutex> lock(mutex_);
@@ -92,7 +102,9 @@ class OrderedPipeline {
   void discard() {
     std::unique_lock<std::mutex> lock(mutex_);
     tail_ = workers_.empty() ? head_ : started_;
+    consumerWaits_ = true;
     resultReady_.wait(lock, [&] { return busy_ == 0; });
+    consumerWaits_ = false;
     head_ = tail_;
   }
 
@@ -119,7 +131,7 @@ class OrderedPipeline {
       slot.done = true;
       --busy_;
       // The consumer waits either for this very slot or, in discard(), for the workers to go idle.
-      resultReady_.notify_one();
+      if (consumerWaits_) resultReady_.notify_one();
     }
   }
 
@@ -135,6 +147,7 @@ class OrderedPipeline {
   size_t started_ = 0;
   size_t tail_ = 0;
   unsigned busy_ = 0;
+  bool consumerWaits_ = false;
   bool quitting_ = false;
 };
 
