@@ -3,12 +3,10 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
 
-#include "../support/temp_dir.h"
 #include "vstat_test_support.h"
 #include "report_json.h"
 
@@ -29,7 +27,7 @@ TEST(ShowCommand, JsonCarriesEveryFigureUnderTheReportsNames) {
   const std::string file = dir.file("report.json");
   const VstatRun r = show({kSample, "--format", "json", "-o", file});
   ASSERT_EQ(r.status, 0) << r.err;
-  const Json j = Json::parse(fileText(file), nullptr, false);
+  const Json j = Json::parse(testing::readFile(file), nullptr, false);
   ASSERT_FALSE(j.is_discarded());
   EXPECT_EQ(j["build"], 5123);
   ASSERT_EQ(j["collections"].size(), 25u);
