@@ -40,11 +40,7 @@ TEST(ReadAhead, AnnouncesRegularFilesOnly) {
   ASSERT_EQ(::symlink("plain.eml", dir.file("link.eml").c_str()), 0);
   ASSERT_EQ(::symlink("pipe.eml", dir.file("pipelink.eml").c_str()), 0);
   dir.mkdirs("folder.eml");
-  struct Case {
-    const char* name;
-    unsigned char listedType;
-    bool advised;
-  };
+  struct Case { const char* name; unsigned char listedType; bool advised; };
   const int dirFd = ::open(dir.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   ASSERT_GE(dirFd, 0);
   const size_t descriptors = openDescriptors();
