@@ -50,11 +50,7 @@ std::string readAll(FILE* f) {
 }
 
 TEST(Framing, HeaderBytesDecodeBigEndian) {
-  struct Case {
-    unsigned char wire[16];
-    uint64_t size;
-    uint32_t type, seq;
-  };
+  struct Case { unsigned char wire[16]; uint64_t size; uint32_t type, seq; };
   const Case cases[] = {
       {{0, 0, 0, 0, 0, 0, 0, 0x14, 0, 0, 0, 0x0B, 0, 0, 0, 0x05}, 20, 11, 5},
       {{0x01, 0x02, 0x03, 0x04, 0x05, 0x06, 0x07, 0x08, 0xFF, 0xFE, 0xFD, 0xFC, 0x80, 0, 0, 0x01},
@@ -105,13 +101,7 @@ TEST(Framing, SendRefusesSizesThatCannotBeFramedWithoutTouchingTheError) {
 
 // Whatever happens to one message's payload, the next header must be read at its true start.
 TEST(Framing, ReceiveBufferCapacityDecidesAndThePayloadIsAlwaysConsumed) {
-  struct Case {
-    const char* name;
-    bool withBuffer;
-    uint64_t capacity;
-    int rc, code;
-    const char* text;
-  };
+  struct Case { const char* name; bool withBuffer; uint64_t capacity; int rc, code; const char* text; };
   const Case cases[] = {
       {"capacity equals size", true, 100, 0, 0, "OK"},
       {"one byte short", true, 99, -1, 1, "Insufficient buffer size to recv. message"},
@@ -144,12 +134,10 @@ TEST(Framing, ReceiveBufferCapacityDecidesAndThePayloadIsAlwaysConsumed) {
   }
 }
 
-// A peer that closes its end, before or inside a header or a body: code 2, and "EOF" in the debug line.
+// A peer that closes its end, before or inside a header or a body (after so many bytes of a 40-byte
+// message): code 2, and "EOF" in the debug line.
 TEST(Framing, EndOfStreamIsReportedAsEof) {
-  struct Case {
-    size_t bytesBeforeClose;  // of a 40-byte message
-    bool failsInHeader;
-  };
+  struct Case { size_t bytesBeforeClose; bool failsInHeader; };
   for (const Case& c : {Case{0, true}, Case{9, true}, Case{16, false}, Case{30, false}}) {
     SCOPED_TRACE(c.bytesBeforeClose);
     Loopback loop;

@@ -55,10 +55,7 @@ class FakeServer : public ::testing::Test {
 };
 
 TEST_F(FakeServer, StartFailuresNameTheProgramAndTheReason) {
-  struct Case {
-    std::string path;
-    const char* reason;
-  };
+  struct Case { std::string path; const char* reason; };
   for (const Case& c : {Case{"/nonexistent/vstatserver", "No such file or directory"},
                         Case{script(kDrainInput, 0600), "Permission denied"}}) {
     ServerProcess child;
