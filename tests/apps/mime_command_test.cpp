@@ -75,7 +75,8 @@ TEST_F(MimeCommandTest, UnreadableFilesAreNamedAndTheOthersStillShown) {
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
   const VstatRun r = mime({"--json", "--", missing, fifo, good, "-not-there"});
   EXPECT_EQ(r.status, 1);
-  for (const std::string& error : {missing + ": No such file", fifo + ": not a regular file", std::string("-not-there: No such")}) {
+  for (const std::string& error :
+       {missing + ": No such file", fifo + ": not a regular file", std::string("-not-there: No such")}) {
     EXPECT_NE(r.err.find(error), std::string::npos) << r.err;
   }
   EXPECT_EQ(r.out.find("missing"), std::string::npos);

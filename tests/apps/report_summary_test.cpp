@@ -124,7 +124,8 @@ TEST(Report, DamagedReportsReachTheTerminalEscapedAndWithoutOverflow) {
   renderSummary(out, r, options);
   const std::string text = out.str();
   for (const char* control : {"\x1b", "\x07", "\x9b", "\r"}) EXPECT_EQ(text.find(control), std::string::npos) << text;
-  for (const char* shown : {"0.3\\x1b]0;t\\x07", "\\x9b31m", "Linux\\x0d\\x0a", "INBOX\\x1b[1A", "1 samples, avg 18.4 EB, max"}) {
+  for (const char* shown :
+       {"0.3\\x1b]0;t\\x07", "\\x9b31m", "Linux\\x0d\\x0a", "INBOX\\x1b[1A", "1 samples, avg 18.4 EB, max"}) {
     EXPECT_NE(text.find(shown), std::string::npos) << shown << "\n" << text;
   }
 }
