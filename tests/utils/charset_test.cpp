@@ -132,12 +132,8 @@ TEST(CharsetConverter, FullOutputBuffersAreDrainedAndResumed) {
   std::string text;
   std::string expected;
   while (text.size() < 3 * kChunk) {
-    text +=
-        "stra\xdf"
-        "e \x80 ";
-    expected +=
-        "stra\xc3\x9f"
-        "e \xe2\x82\xac ";
+    text += "stra\xdf" "e \x80 ";
+    expected += "stra\xc3\x9f" "e \xe2\x82\xac ";
   }
   std::string out;
   EXPECT_TRUE(charsetRecode("cp1252", "utf-8", text, out));
