@@ -13,7 +13,6 @@
 #include <vector>
 
 #include "message_shape_check.h"
-#include "mkstore/output_files.h"
 #include "../support/temp_dir.h"
 
 namespace fs = std::filesystem;
@@ -82,35 +81,31 @@ std::map<std::string, std::string> treeOf(const std::string& root) {
 }
 
 // Generates a store of `messages` messages from `seed` into `outDir`.
-::testing::AssertionResult generate(const std::string& outDir, uint64_t messages, uint64_t seed, Manifest& manifest,
-                                    bool force = false) {
+::testing::AssertionResult generate(const std::string& outDir, uint64_t messages, uint64_t seed, Manifest& manifest) {
   StoreOptions options;
   options.messages = messages;
   options.seed = seed;
   options.outDir = outDir;
-  options.force = force;
   std::string error;
   if (generateStore(options, manifest, error)) return ::testing::AssertionSuccess();
   return ::testing::AssertionFailure() << error;
 }
 
+// One store of 400 messages from seed 11 for the tests below, removed when the program ends.
 class GeneratedStore : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    dir_ = new TempDir;
-    ASSERT_FALSE(dir_->path().empty());
-    ASSERT_TRUE(generate(dir_->file("store"), 400, 11, manifest_));
+    ASSERT_FALSE(dir().path().empty());
+    ASSERT_TRUE(generate(dir().file("store"), 400, 11, manifest_));
   }
-  static void TearDownTestSuite() {
-    delete dir_;
-    dir_ = nullptr;
+  static const TempDir& dir() {
+    static const TempDir store;
+    return store;
   }
-  static std::string mailRoot() { return dir_->file("store/mail"); }
+  static std::string mailRoot() { return dir().file("store/mail"); }
 
-  static TempDir* dir_;
   static Manifest manifest_;
 };
-TempDir* GeneratedStore::dir_ = nullptr;
 Manifest GeneratedStore::manifest_;
 
 }  // namespace
@@ -194,12 +189,8 @@ TEST(StoreGenerator, TheSameSeedGivesAByteIdenticalStoreAndAnotherSeedDoesNot) {
 TEST(StoreGenerator, FailuresNameThePathAndTheSystemError) {
   TempDir dir;
   ASSERT_FALSE(dir.path().empty());
-  struct Case {
-    std::string outDir;
-    const char* cause;
-  };
-  std::string error;
-  ASSERT_TRUE(vorlane::mkstore::writeFile(dir.file("file"), "x", 1, error));
+  struct Case { std::string outDir; const char* cause; };
+  dir.write("file", "x");
   for (const Case& c : {Case{dir.file("missing/parent"), "No such file or directory"},
                         Case{dir.file("file"), "not a directory"}}) {
     Manifest manifest;

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <iterator>
 #include <string>
 
 #include "../support/temp_dir.h"
@@ -21,12 +22,8 @@ using vorlane::testing::TempDir;
 namespace {
 
 size_t openDescriptors() {
-  size_t count = 0;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-    (void)entry;
-    ++count;
-  }
-  return count;
+  using std::filesystem::directory_iterator;
+  return static_cast<size_t>(std::distance(directory_iterator("/proc/self/fd"), directory_iterator()));
 }
 
 }  // namespace
