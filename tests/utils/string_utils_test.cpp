@@ -6,12 +6,9 @@
 
 using vorlane::utils::strncpys;
 
-// Fixed fields go onto the wire whole: every byte after the text must be zero.
+// Fixed fields go onto the wire whole: every byte after the text must be zero (expected: all 8 bytes).
 TEST(Strncpys, TerminatesTruncatesAndZeroPads) {
-  struct Case {
-    const char* src;
-    std::string expected;  // all 8 bytes of the field
-  };
+  struct Case { const char* src; std::string expected; };
   for (const Case& c : {Case{"abc", std::string("abc\0\0\0\0\0", 8)}, Case{"abcdefgh", std::string("abcdefg\0", 8)},
                         Case{nullptr, std::string(8, '\0')}}) {
     char field[8];
