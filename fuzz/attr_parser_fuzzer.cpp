@@ -3,28 +3,16 @@
 // last byte chooses the size of the output buffer, so the cut-to-size paths are reached too.
 // Checked beyond crashes: names stay within their field, values exist, a copy equals its original,
 // and a successful lookup leaves a terminated text that fits its buffer.
-#include <stdio.h>
-#include <stdlib.h>
 #include <string.h>
 
 #include <cstdint>
 #include <string>
 #include <vector>
 
+#include "fuzz_check.h"
 #include "mime/mail_attr.h"
 
 using vorlane::mime::mail_attr_list;
-
-namespace {
-
-void check(bool ok, const char* what) {
-  if (!ok) {
-    fprintf(stderr, "attr_parser_fuzzer: %s\n", what);
-    abort();
-  }
-}
-
-}  // namespace
 
 extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   const std::string input(reinterpret_cast<const char*>(data), size);
@@ -35,23 +23,23 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   mail_attr_list list;
   list.parse(value.c_str());
   for (const auto& attr : list) {
-    check(memchr(attr.name, '\0', sizeof attr.name) != nullptr, "parameter name not terminated");
-    check(attr.value != nullptr, "parameter without a value");
+    fuzzCheck(memchr(attr.name, '\0', sizeof attr.name) != nullptr, "parameter name not terminated");
+    fuzzCheck(attr.value != nullptr, "parameter without a value");
   }
   const mail_attr_list copy(list);
-  check(copy.size() == list.size(), "copy lost parameters");
+  fuzzCheck(copy.size() == list.size(), "copy lost parameters");
   for (size_t i = 0; i < list.size(); ++i) {
-    check(strcmp(copy[i].name, list[i].name) == 0 && strcmp(copy[i].value, list[i].value) == 0,
+    fuzzCheck(strcmp(copy[i].name, list[i].name) == 0 && strcmp(copy[i].value, list[i].value) == 0,
           "copy differs from its original");
-    check(copy[i].value != list[i].value, "copy shares a value with its original");
+    fuzzCheck(copy[i].value != list[i].value, "copy shares a value with its original");
   }
   list.get(name.c_str());
 
   const int outSize = size == 0 ? 1 : 1 + data[size - 1] % 80;
   std::vector<char> out(static_cast<size_t>(outSize) + 1, '\x7f');
   if (vorlane::mime::mail_attr_get(value.c_str(), name.c_str(), out.data(), outSize)) {
-    check(memchr(out.data(), '\0', static_cast<size_t>(outSize)) != nullptr, "lookup result not terminated");
+    fuzzCheck(memchr(out.data(), '\0', static_cast<size_t>(outSize)) != nullptr, "lookup result not terminated");
   }
-  check(out[static_cast<size_t>(outSize)] == '\x7f', "lookup wrote past its buffer");
+  fuzzCheck(out[static_cast<size_t>(outSize)] == '\x7f', "lookup wrote past its buffer");
   return 0;
 }

@@ -5,12 +5,11 @@
 // boundary line went uncounted), and every part's positions lie inside the file. The address lists the
 // parse keeps as text are parsed too.
 #include <fcntl.h>
-#include <stdio.h>
-#include <stdlib.h>
 
 #include <cstdint>
 #include <memory>
 
+#include "fuzz_check.h"
 #include "fuzz_scratch.h"
 #include "mime/mail_struct.h"
 #include "stat/message_classification.h"
@@ -21,21 +20,14 @@ using vorlane::mime::mail_struct_envelope;
 
 namespace {
 
-void check(bool ok, const char* what) {
-  if (!ok) {
-    fprintf(stderr, "mime_parser_fuzzer: %s\n", what);
-    abort();
-  }
-}
-
 // Recursion mirrors the parser's, whose depth is bounded by MIME_MAX_DEPTH.
 void checkPart(const mail_struct* part, long long fileSize) {
   for (; part != nullptr; part = part->next_sibling) {
-    check(part->start_pos >= 0 && part->start_pos <= part->body_pos && part->body_pos <= fileSize,
+    fuzzCheck(part->start_pos >= 0 && part->start_pos <= part->body_pos && part->body_pos <= fileSize,
           "part positions outside the file");
-    check(part->header_bytes <= part->total_bytes, "header larger than its part");
-    check(part->body_bytes <= part->total_bytes, "body larger than its part");
-    check(part->content_type.get() != nullptr && part->content_subtype.get() != nullptr, "part without a type");
+    fuzzCheck(part->header_bytes <= part->total_bytes, "header larger than its part");
+    fuzzCheck(part->body_bytes <= part->total_bytes, "body larger than its part");
+    fuzzCheck(part->content_type.get() != nullptr && part->content_subtype.get() != nullptr, "part without a type");
     part->find_filename();
     for (int h = 0; h < mail_struct_envelope::ADDR_HEADER_COUNT; ++h) {
       part->envelope.addresses(static_cast<mail_struct_envelope::address_header>(h));
@@ -56,8 +48,8 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
   std::unique_ptr<mail_struct> tree(mail_struct::parse(&file));
   classifyMessage(tree.get());
   if (tree) {
-    check(tree->start_pos == 0, "root does not start at the beginning");
-    check(tree->total_bytes <= size, "root accounts for more bytes than the file holds");
+    fuzzCheck(tree->start_pos == 0, "root does not start at the beginning");
+    fuzzCheck(tree->total_bytes <= size, "root accounts for more bytes than the file holds");
     checkPart(tree.get(), static_cast<long long>(size));
     tree->find_content("text", "html");
     tree->has_uuencoded_part();

@@ -2,24 +2,16 @@
 // UTF-16BE, cut in two at a point chosen by the first byte so that the carried-over state is exercised.
 // Round trip: whatever the encoder writes for an even number of bytes decodes back to those bytes, and
 // a decoded name re-encodes to the very same text (one name, one spelling).
-#include <stdio.h>
-#include <stdlib.h>
 
 #include <cstdint>
 #include <string>
 
+#include "fuzz_check.h"
 #include "utils/utf7_imap_converter.h"
 
 using vorlane::utils::Utf7ImapConverter;
 
 namespace {
-
-void check(bool ok, const char* what) {
-  if (!ok) {
-    fprintf(stderr, "utf7_imap_fuzzer: %s\n", what);
-    abort();
-  }
-}
 
 std::string encode(const std::string& utf16, size_t cut, bool& flushed) {
   Utf7ImapConverter::utf7imap_table table;
@@ -37,21 +29,21 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t* data, size_t size) {
 
   std::string decoded, error;
   if (Utf7ImapConverter::fromUtf7Imap(input, decoded, error)) {
-    check(decoded.size() % 2 == 0, "decoded name holds half a code unit");
+    fuzzCheck(decoded.size() % 2 == 0, "decoded name holds half a code unit");
     bool flushed = false;
-    check(encode(decoded, decoded.size() / 2, flushed) == input && flushed, "decoded name re-encodes differently");
+    fuzzCheck(encode(decoded, decoded.size() / 2, flushed) == input && flushed, "decoded name re-encodes differently");
   } else {
-    check(!error.empty(), "refused without an error text");
+    fuzzCheck(!error.empty(), "refused without an error text");
   }
 
   const size_t cut = size == 0 ? 0 : data[0] % (size + 1);
   bool flushed = false;
   const std::string encoded = encode(input, cut, flushed);
-  check(flushed == (size % 2 == 0), "flush result does not match the input's parity");
+  fuzzCheck(flushed == (size % 2 == 0), "flush result does not match the input's parity");
   if (flushed) {
     std::string back;
-    check(Utf7ImapConverter::fromUtf7Imap(encoded, back, error), "encoder output refused by the decoder");
-    check(back == input, "round trip changed the text");
+    fuzzCheck(Utf7ImapConverter::fromUtf7Imap(encoded, back, error), "encoder output refused by the decoder");
+    fuzzCheck(back == input, "round trip changed the text");
   }
   return 0;
 }

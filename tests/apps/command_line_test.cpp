@@ -34,7 +34,8 @@ TEST(CommandLine, UsageErrorsNameTheCommandAndExitWithTwo) {
         Case{{"scan", "s", "--build"}, "vstat scan: --build needs a value"},
         Case{{"scan", "s", "--build", "1x"}, "vstat scan: --build needs a number from 0 to 4294967295, not '1x'"},
         Case{{"scan", "s", "--os-code=-1"}, "vstat scan: --os-code needs a number"},
-        Case{{"show"}, "vstat show: REPORT is required"}, Case{{"mime", "--xml", "f"}, "vstat mime: "}}) {
+        Case{{"show"}, "vstat show: REPORT is required"}, Case{{"mime", "--json"}, "vstat mime: FILE is required"},
+        Case{{"mime", "--xml", "f"}, "vstat mime: "}}) {
     const VstatRun r = runVstatWith(c.args);
     EXPECT_EQ(r.status, 2) << c.message;
     EXPECT_EQ(r.err.compare(0, c.message.size(), c.message), 0) << r.err;

@@ -1,17 +1,12 @@
-#include "commands.h"
-
+// vstat mime through the program's parser: the part tree and the classification, as text and as JSON.
 #include <gtest/gtest.h>
 #include <sys/stat.h>
-#include <unistd.h>
 
-#include <cstdlib>
-#include <fstream>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "../support/temp_dir.h"
 #include "terminal_text.h"
+#include "vstat_test_support.h"
 
 namespace vorlane {
 namespace cli {
@@ -19,18 +14,12 @@ namespace {
 
 class MimeCommandTest : public ::testing::Test {
  protected:
-  int run(std::vector<std::string> args) {
-    args.insert(args.begin(), {"vstat", "mime"});
-    std::vector<char*> argv;
-    for (std::string& a : args) argv.push_back(&a[0]);
-    out_.str("");
-    err_.str("");
-    return runVstat(static_cast<int>(argv.size()), argv.data(), out_, err_);
+  VstatRun mime(std::vector<std::string> args) {
+    args.insert(args.begin(), "mime");
+    return runVstatWith(args);
   }
 
   testing::TempDir dir_;
-  std::ostringstream out_;
-  std::ostringstream err_;
 };
 
 // Counts worked out by hand: header 42 bytes + empty line; preamble "--b\n" (4); the part's empty header
@@ -38,8 +27,9 @@ class MimeCommandTest : public ::testing::Test {
 // counts the mixed message's first part, a plain text of 3 bytes, as its text body.
 TEST_F(MimeCommandTest, JsonOutputCarriesEveryCountOfEveryPart) {
   const std::string path = dir_.write("m.eml", "Content-Type: multipart/mixed; boundary=b\n\n--b\n\nhi\n--b--\n");
-  ASSERT_EQ(run({"--json", path}), 0);
-  EXPECT_EQ(out_.str(),
+  const VstatRun r = mime({"--json", path});
+  ASSERT_EQ(r.status, 0) << r.err;
+  EXPECT_EQ(r.out,
             "{\"file\":\"" + path +
                 "\",\"parsed\":true,\"tree\":{\"type\":\"multipart\",\"subtype\":\"mixed\",\"header_bytes\":42,"
                 "\"header_lines\":1,\"body_bytes\":14,\"body_lines\":4,\"total_bytes\":57,\"total_lines\":6,"
@@ -54,8 +44,9 @@ TEST_F(MimeCommandTest, TextOutputIndentsChildrenUnderTheirPart) {
                                      "Content-Type: multipart/mixed; boundary=\"x y\"\n\n--x y\n"
                                      "Content-Type: message/rfc822\n\nSubject: inner\n\nbegin 644 f\n#86)C\nend\n"
                                      "--x y--\n");
-  ASSERT_EQ(run({path}), 0);
-  const std::string text = out_.str();
+  const VstatRun r = mime({path});
+  ASSERT_EQ(r.status, 0) << r.err;
+  const std::string& text = r.out;
   EXPECT_NE(text.find("\nmultipart/mixed boundary=\"x y\" header "), std::string::npos) << text;
   EXPECT_NE(text.find("\n  message/rfc822 header 29B/1L"), std::string::npos) << text;
   EXPECT_NE(text.find("\n    text/plain header 15B/1L body 21B/3L total 37B/5L uuencoded\n"), std::string::npos)
@@ -70,32 +61,26 @@ TEST_F(MimeCommandTest, RejectedMessageIsReportedAsNotParsed) {
   std::string deep;
   for (int i = 0; i < 201; ++i) deep += "Content-Type: message/rfc822\n\n";
   const std::string path = dir_.write("deep.eml", deep);
-  ASSERT_EQ(run({"--json", path}), 0);
-  EXPECT_EQ(out_.str(), "{\"file\":\"" + path +
-                           "\",\"parsed\":false,\"tree\":null,\"classification\":{\"header\":0,\"plain\":0,"
-                           "\"html\":0,\"rtf\":0,\"signed\":false,\"encrypted\":false}}\n");
+  EXPECT_EQ(mime({"--json", path}).out,
+            "{\"file\":\"" + path +
+                "\",\"parsed\":false,\"tree\":null,\"classification\":{\"header\":0,\"plain\":0,"
+                "\"html\":0,\"rtf\":0,\"signed\":false,\"encrypted\":false}}\n");
 }
 
+// After "--" a name that starts with a hyphen is a file.
 TEST_F(MimeCommandTest, UnreadableFilesAreNamedAndTheOthersStillShown) {
   const std::string good = dir_.write("good.eml", "\nbody\n");
   const std::string missing = dir_.file("missing.eml");
   const std::string fifo = dir_.file("fifo.eml");
   ASSERT_EQ(mkfifo(fifo.c_str(), 0600), 0);
-  EXPECT_EQ(run({"--json", missing, fifo, good}), 1);
-  EXPECT_NE(err_.str().find(missing + ": No such file or directory"), std::string::npos) << err_.str();
-  EXPECT_NE(err_.str().find(fifo + ": not a regular file"), std::string::npos) << err_.str();
-  EXPECT_EQ(out_.str().find("missing"), std::string::npos);
-  EXPECT_NE(out_.str().find("\"file\":\"" + good + "\""), std::string::npos);
-}
-
-TEST_F(MimeCommandTest, UsageErrorsExitWithTwo) {
-  for (const std::vector<std::string>& args :
-       {std::vector<std::string>{}, std::vector<std::string>{"--json"}, std::vector<std::string>{"--xml", "f"}}) {
-    EXPECT_EQ(run(args), 2);
-    EXPECT_NE(err_.str().find("vstat mime: "), std::string::npos) << err_.str();
+  const VstatRun r = mime({"--json", "--", missing, fifo, good, "-not-there"});
+  EXPECT_EQ(r.status, 1);
+  for (const std::string& error :
+       {missing + ": No such file", fifo + ": not a regular file", std::string("-not-there: No such")}) {
+    EXPECT_NE(r.err.find(error), std::string::npos) << r.err;
   }
-  // After "--" a name that starts with a hyphen is a file.
-  EXPECT_EQ(run({"--", "-not-there"}), 1);
+  EXPECT_EQ(r.out.find("missing"), std::string::npos);
+  EXPECT_NE(r.out.find("\"file\":\"" + good + "\""), std::string::npos);
 }
 
 // A sender controls the content type and the boundary; a file name may hold any bytes. None of them may
@@ -104,16 +89,15 @@ TEST_F(MimeCommandTest, UsageErrorsExitWithTwo) {
 TEST_F(MimeCommandTest, TextFromTheMessageIsEscapedInBothForms) {
   const std::string path = dir_.write("evil\x1b]0;x\x07.eml",
                                       "Content-Type: multipart/x\x1b[2J\x9b; boundary=\"b\x1b\"\n\n--b\x1b\n\nhi\n--b\x1b--\n");
-  ASSERT_EQ(run({path}), 0);
-  const std::string text = out_.str();
+  const std::string text = mime({path}).out;
   EXPECT_EQ(text.find('\x1b'), std::string::npos) << text;
   EXPECT_EQ(text.find('\x9b'), std::string::npos) << text;
   EXPECT_NE(text.find("evil\\x1b]0;x\\x07.eml ("), std::string::npos) << text;
   EXPECT_NE(text.find("\nmultipart/x\\x1b[2J\\x9b boundary=\"b\\x1b\" header"), std::string::npos) << text;
 
-  ASSERT_EQ(run({"--json", path}), 0);
-  EXPECT_NE(out_.str().find("evil\\u001b]0;x\\u0007.eml"), std::string::npos) << out_.str();
-  EXPECT_NE(out_.str().find("\"subtype\":\"x\\u001b[2J\xef\xbf\xbd\""), std::string::npos) << out_.str();
+  const std::string json = mime({"--json", path}).out;
+  EXPECT_NE(json.find("evil\\u001b]0;x\\u0007.eml"), std::string::npos) << json;
+  EXPECT_NE(json.find("\"subtype\":\"x\\u001b[2J\xef\xbf\xbd\""), std::string::npos) << json;
 }
 
 TEST(TerminalText, ControlsAndInvalidBytesBecomeVisibleEscapes) {

@@ -98,6 +98,8 @@ TEST(ProgressDisplay, StatusLineFitsTheTerminalWidth) {
   }
 }
 
+// On a terminal the line is redrawn in place at most ten times a second; a note blanks it, goes above it
+// and the line comes back; finish draws the last state and ends the line.
 TEST(ProgressDisplay, TerminalRedrawsInPlaceAtMostTenTimesASecond) {
   FakeClock t;
   std::ostringstream out;
@@ -110,21 +112,14 @@ TEST(ProgressDisplay, TerminalRedrawsInPlaceAtMostTenTimesASecond) {
   d.update(event("a.com", "b", 1, 10));
   // The shorter line blanks the tail of the longer one: "\r" line blanks "\r" line.
   EXPECT_EQ(count(out.str(), '\r'), 3u);
-  const std::string last = out.str().substr(out.str().rfind('\r') + 1);
-  EXPECT_EQ(last, d.statusLine());
+  EXPECT_EQ(out.str().substr(out.str().rfind('\r') + 1), d.statusLine());
   t.advance(50);
   d.tick();
   EXPECT_EQ(count(out.str(), '\r'), 3u);
   t.advance(50);
   d.tick();
   EXPECT_EQ(count(out.str(), '\r'), 4u);
-}
 
-TEST(ProgressDisplay, NotesAndFinishKeepTheStatusLineIntact) {
-  FakeClock t;
-  std::ostringstream out;
-  ProgressDisplay d(out, true, 80, t.clock());
-  d.update(event("a.com", "john", 1, 2));
   const std::string blank(d.statusLine().size(), ' ');
   d.note("server warning: x");
   EXPECT_NE(out.str().find("\r" + blank + "\rserver warning: x\n\r"), std::string::npos) << out.str();

@@ -7,7 +7,6 @@
 #include <string>
 #include <vector>
 
-#include "../support/temp_dir.h"
 #include "vstat_test_support.h"
 #include "report_diff.h"
 #include "report_merge.h"

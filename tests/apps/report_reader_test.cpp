@@ -9,11 +9,9 @@
 
 #include <gtest/gtest.h>
 
-#include <fstream>
 #include <sstream>
 #include <string>
 
-#include "../support/temp_dir.h"
 #include "report_writer.h"
 #include "vstat_test_support.h"
 
@@ -29,7 +27,7 @@ std::string rewritten(const Report& report) {
 
 TEST(ReportReader, ServerReportsReadAndWriteBackByteForByte) {
   for (const char* name : {"expected_report_small.xml", "sample_report.xml"}) {
-    const std::string text = fileText(std::string(VSTAT_TEST_DATA_DIR) + "/" + name);
+    const std::string text = testing::readFile(std::string(VSTAT_TEST_DATA_DIR) + "/" + name);
     ASSERT_FALSE(text.empty()) << name;
     Report report;
     std::string error;

@@ -4,28 +4,23 @@
 // the two pipe descriptors of its command line before main() and ends. It never writes the report
 // file, so these tests do not disturb a real scan running beside them; the whole scan with the real
 // server is covered by the end-to-end tests.
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
-#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <fstream>
-#include <iostream>
-#include <sstream>
 #include <string>
 #include <vector>
 
-#include "../support/temp_dir.h"
-#include "commands.h"
 #include "stat/vstat_messages.h"
 #include "vcom/message_types.h"
 #include "vcom/msg.h"
 #include "vcom/unix_msg_pipe.h"
+#include "vstat_test_support.h"
 
 namespace vorlane {
 namespace cli {
@@ -54,10 +49,14 @@ class FakeServer {
     send(type, seq, payload, sizeof payload);
   }
 
-  void sendText(uint32_t type, uint32_t seq, const char* text, size_t width, int32_t code) {
-    std::vector<char> payload(width + (type == vcom::GenericResp ? 4 : 0), '\0');
-    std::strncpy(payload.data(), text, width - 1);
-    if (type == vcom::GenericResp) vcom::putU32(payload.data() + width, static_cast<uint32_t>(code));
+  // A GenericResp carries its code (here 5) after the text, an error record its code before it.
+  void sendText(uint32_t type, uint32_t seq, const char* text) {
+    const bool generic = type == vcom::GenericResp;
+    const size_t width = generic ? vcom::kGenericTextLen : vcom::kLogTextLen;
+    const size_t at = type == vcom::LogErr ? 4 : 0;
+    std::vector<char> payload(width + (generic || at ? 4 : 0), '\0');
+    std::strncpy(payload.data() + at, text, width - 1);
+    if (generic) vcom::putU32(payload.data() + width, 5);
     send(type, seq, payload.data(), payload.size());
   }
 
@@ -71,13 +70,6 @@ class FakeServer {
     char payload[vstat::kEventWireSize];
     vstat::encodeEvent(ev, payload);
     send(vstat::ProgressAsync, 0, payload, sizeof payload);
-  }
-
-  // An error log record: the code comes before the text.
-  void sendErrorRecord(const char* text) {
-    std::vector<char> payload(4 + vcom::kLogTextLen, '\0');
-    std::strncpy(payload.data() + 4, text, vcom::kLogTextLen - 1);
-    send(vcom::LogErr, 0, payload.data(), payload.size());
   }
 
   // A header announcing 8 bytes, less than itself.
@@ -104,7 +96,7 @@ class FakeServer {
 int playScript(const std::string& script, FakeServer& server) {
   uint32_t seq = 0;
   if (server.receive(seq) != vstat::ProcessStore) return 90;
-  if (script == "unknown") server.sendText(vcom::GenericResp, seq, "Unknown request", vcom::kGenericTextLen, 5);
+  if (script == "unknown") server.sendText(vcom::GenericResp, seq, "Unknown request");
   if (script == "refuse") server.sendU32(vstat::ProcessStoreResp, seq, 0);
   if (script == "garbage") server.sendSizeEight();
   if (script == "unknown" || script == "refuse" || script == "garbage") return server.receive(seq) == 0 ? 0 : 91;
@@ -116,9 +108,9 @@ int playScript(const std::string& script, FakeServer& server) {
   server.sendEvent("a.com", "john", 1, 3, 1);
   if (script == "die") return 7;
   if (script == "noreport") {
-    server.sendText(vcom::LogWrn, 0, "folder INBOX unreadable", vcom::kLogTextLen, 0);
-    server.sendText(vcom::LogDbg, 0, "debug chatter", vcom::kLogTextLen, 0);
-    server.sendErrorRecord("no report written: /tmp/x is a directory");
+    server.sendText(vcom::LogWrn, 0, "folder INBOX unreadable");
+    server.sendText(vcom::LogDbg, 0, "debug chatter");
+    server.sendText(vcom::LogErr, 0, "no report written: /tmp/x is a directory");
     server.sendEvent("b.org", "mary", 3, 3, 1);
     server.sendEvent("", "", 3, 3, 0);
     return 0;
@@ -154,23 +146,14 @@ const FakeServerHook fakeServerHook;
 
 // ---- The tests (run in the parent) ----
 
-struct ScanResult {
-  int status;
-  std::string out;
-  std::string err;
-};
-
-ScanResult scan(std::vector<std::string> args) {
-  args.insert(args.begin(), {"vstat", "scan"});
-  std::vector<char*> argv;
-  for (std::string& a : args) argv.push_back(&a[0]);
-  argv.push_back(nullptr);
+// `vstat scan ARGS...`; the scan writes to the process's standard output and error.
+VstatRun scan(std::vector<std::string> args) {
+  args.insert(args.begin(), "scan");
   ::testing::internal::CaptureStdout();
   ::testing::internal::CaptureStderr();
-  ScanResult r;
-  r.status = runVstat(static_cast<int>(args.size()), argv.data(), std::cout, std::cerr);
-  r.out = ::testing::internal::GetCapturedStdout();
-  r.err = ::testing::internal::GetCapturedStderr();
+  VstatRun r = runVstatWith(args);
+  r.out += ::testing::internal::GetCapturedStdout();
+  r.err += ::testing::internal::GetCapturedStderr();
   return r;
 }
 
@@ -179,14 +162,15 @@ class ScanCommandTest : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_FALSE(temp_.mkdirs("store/mail").empty()); }
 
-  void writeFile(const std::string& path, const char* text, mode_t mode) {
-    std::ofstream(path) << text;
-    ASSERT_EQ(chmod(path.c_str(), mode), 0);
+  std::string writeFile(const std::string& name, const char* text, mode_t mode) {
+    const std::string path = temp_.write(name, text);
+    EXPECT_EQ(chmod(path.c_str(), mode), 0);
+    return path;
   }
 
-  ScanResult scanWithScript(const char* script) {
+  VstatRun scanWithScript(const char* script) {
     setenv(kFakeServerVariable, script, 1);
-    const ScanResult r = scan({store_, "--server", "/proc/self/exe"});  // this program, as the scripted server
+    const VstatRun r = scan({store_, "--server", "/proc/self/exe"});  // this program, as the scripted server
     unsetenv(kFakeServerVariable);
     return r;
   }
@@ -196,60 +180,41 @@ class ScanCommandTest : public ::testing::Test {
   const std::string store_ = temp_.file("store");
 };
 
+// Number syntax and the other options' errors are in command_line_test.cpp; here the scan's own bounds.
 TEST_F(ScanCommandTest, UsageErrorsExitWithTwo) {
   const std::vector<std::vector<std::string>> cases = {
-      {},
-      {"--server"},
-      {store_, "--bogus"},
-      {store_, "-x"},
-      {store_, store_},
-      {store_, "--build", "12x"},
-      {store_, "--build=-1"},
-      {store_, "--os-code", "4294967296"},
-      {store_, "--threads", "0"},
-      {store_, "--threads", "65"},
-      {store_, "--product-version", std::string(28, 'v')},
-      {store_, "--os-name", std::string(128, 'o')},
-      {store_, "--report="},
-      {store_, "--report", dir_ + "/nowhere/copy.xml"},
-      {store_, "-o", dir_ + "/nowhere/metrics.prom"},
-      {store_, "--format", "xml"},
+      {}, {"--server"}, {store_, "--bogus"}, {store_, store_}, {store_, "--os-code", "4294967296"},
+      {store_, "--threads", "0"}, {store_, "--threads", "65"}, {store_, "--product-version", std::string(28, 'v')},
+      {store_, "--os-name", std::string(128, 'o')}, {store_, "--report="}, {store_, "--format", "xml"},
+      {store_, "--report", dir_ + "/nowhere/copy.xml"}, {store_, "-o", dir_ + "/nowhere/metrics.prom"},
   };
   for (const std::vector<std::string>& args : cases) {
-    const ScanResult r = scan(args);
+    const VstatRun r = scan(args);
     EXPECT_EQ(r.status, 2) << args.size() << " arguments: " << r.err;
     EXPECT_NE(r.err.find("vstat scan: "), std::string::npos) << r.err;
   }
   // The largest values that fit get as far as the server check.
-  const ScanResult r = scan({"--build=4294967295", "--product-version", std::string(27, 'v'), "--os-name",
-                             std::string(127, 'o'), "--threads=64", "--gentle", store_, "--server", dir_ + "/none"});
+  const VstatRun r = scan({"--build=4294967295", "--product-version", std::string(27, 'v'), "--os-name",
+                           std::string(127, 'o'), "--threads=64", "--gentle", store_, "--server", dir_ + "/none"});
   EXPECT_EQ(r.status, 4) << r.err;
 }
 
-// The store is checked before the server is looked for.
-TEST_F(ScanCommandTest, MissingStoreExitsWithThree) {
-  writeFile(dir_ + "/plain", "x", 0600);
-  ASSERT_EQ(mkdir((dir_ + "/empty").c_str(), 0700), 0);
-  ASSERT_EQ(mkdir((dir_ + "/filemail").c_str(), 0700), 0);
-  writeFile(dir_ + "/filemail/mail", "x", 0600);
-  struct Case { std::string store; const char* reason; };
-  for (const Case& c : {Case{dir_ + "/nowhere", "No such file or directory"}, Case{dir_ + "/plain", "Not a directory"},
-                        Case{dir_ + "/empty", "No such file or directory"}, Case{dir_ + "/filemail", "is not a directory"}}) {
-    const ScanResult r = scan({c.store, "--server", dir_ + "/none"});
-    EXPECT_EQ(r.status, 3) << c.store;
-    EXPECT_NE(r.err.find("'" + c.store + "/mail'"), std::string::npos) << r.err;
-    EXPECT_NE(r.err.find(c.reason), std::string::npos) << r.err;
-  }
-}
-
-TEST_F(ScanCommandTest, MissingOrUnusableServerExitsWithFour) {
-  writeFile(dir_ + "/plain", "#!/bin/sh\n", 0600);
-  struct Case { std::string server; const char* reason; };
-  for (const Case& c : {Case{dir_ + "/none", "not found: No such file or directory"},
-                        Case{dir_ + "/plain", "is not executable"}, Case{dir_, "is not a regular file"}}) {
-    const ScanResult r = scan({store_, "--server", c.server});
-    EXPECT_EQ(r.status, 4) << c.server;
-    EXPECT_NE(r.err.find("'" + c.server + "'"), std::string::npos) << r.err;
+// The store is checked before the server is looked for: a bad store with a missing server gives 3.
+TEST_F(ScanCommandTest, MissingStoreExitsWithThreeAndMissingServerWithFour) {
+  const std::string plain = writeFile("plain", "#!/bin/sh\n", 0600);
+  writeFile("filemail/mail", "x", 0600);
+  ASSERT_FALSE(temp_.mkdirs("empty").empty());
+  struct Case { std::string store, server, named; int status; const char* reason; };
+  for (const Case& c : {Case{dir_ + "/nowhere", "none", dir_ + "/nowhere/mail", 3, "No such file or directory"},
+                        Case{plain, "none", plain + "/mail", 3, "Not a directory"},
+                        Case{dir_ + "/empty", "none", dir_ + "/empty/mail", 3, "No such file or directory"},
+                        Case{dir_ + "/filemail", "none", dir_ + "/filemail/mail", 3, "is not a directory"},
+                        Case{store_, dir_ + "/none", dir_ + "/none", 4, "not found: No such file or directory"},
+                        Case{store_, plain, plain, 4, "is not executable"},
+                        Case{store_, dir_, dir_, 4, "is not a regular file"}}) {
+    const VstatRun r = scan({c.store, "--server", c.server});
+    EXPECT_EQ(r.status, c.status) << c.store << " " << c.server;
+    EXPECT_NE(r.err.find("'" + c.named + "'"), std::string::npos) << r.err;
     EXPECT_NE(r.err.find(c.reason), std::string::npos) << r.err;
   }
 }
@@ -262,12 +227,11 @@ TEST_F(ScanCommandTest, ServerFailuresAreTold) {
                         Case{"garbage", 5, "protocol error"},
                         Case{"unknown", 1, "does not run store scans (\"Unknown request\", code 5)"},
                         Case{"refuse", 1, "did not start the job"}}) {
-    const ScanResult r = scanWithScript(c.script);
+    const VstatRun r = scanWithScript(c.script);
     EXPECT_EQ(r.status, c.status) << c.script;
     EXPECT_NE(r.err.find(c.reason), std::string::npos) << c.script << ": " << r.err;
   }
-  writeFile(dir_ + "/crash", "#!/bin/sh\nkill -SEGV $$\n", 0700);
-  const ScanResult r = scan({store_, "--server", dir_ + "/crash"});
+  const VstatRun r = scan({store_, "--server", writeFile("crash", "#!/bin/sh\nkill -SEGV $$\n", 0700)});
   EXPECT_EQ(r.status, 5);
   EXPECT_NE(r.err.find("signal 11"), std::string::npos) << r.err;
 }
@@ -275,7 +239,7 @@ TEST_F(ScanCommandTest, ServerFailuresAreTold) {
 // Output is not a terminal here, so progress comes as plain lines; warnings appear among them, debug
 // records only with --verbose.
 TEST_F(ScanCommandTest, ProgressAndWarningsAreShownUntilTheFinalEvent) {
-  const ScanResult r = scanWithScript("noreport");
+  const VstatRun r = scanWithScript("noreport");
   EXPECT_EQ(r.status, 1);
   EXPECT_EQ(r.out.find('\r'), std::string::npos);
   const size_t john = r.out.find("[1/3  33%]");
@@ -293,7 +257,7 @@ TEST_F(ScanCommandTest, ProgressAndWarningsAreShownUntilTheFinalEvent) {
 // The scripted server interrupts the scan itself (SIGINT to its parent) and only ends the job when a
 // StopProcessing request arrives; a second interrupt makes the scan kill it.
 TEST_F(ScanCommandTest, CtrlCStopsTheJobAndASecondOneAborts) {
-  ScanResult r = scanWithScript("stop");
+  VstatRun r = scanWithScript("stop");
   EXPECT_EQ(r.status, 1) << r.err;
   EXPECT_NE(r.out.find("Stopping"), std::string::npos) << r.out;
   EXPECT_NE(r.out.find("Stopped after 1 of 3 mailboxes"), std::string::npos) << r.out;

@@ -1,12 +1,12 @@
 // Helpers for the vstat tests: the whole program run in-process through its parser with its output
-// captured, and the text of a file. One test thread at a time.
+// captured. One test thread at a time.
 #pragma once
 
-#include <fstream>
 #include <sstream>
 #include <string>
 #include <vector>
 
+#include "../support/temp_dir.h"
 #include "commands.h"
 
 namespace vorlane {
@@ -27,13 +27,6 @@ inline VstatRun runVstatWith(std::vector<std::string> args) {
   std::ostringstream err;
   const int status = runVstat(static_cast<int>(argv.size()), argv.data(), out, err);
   return VstatRun{status, out.str(), err.str()};
-}
-
-inline std::string fileText(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
 }
 
 }  // namespace cli

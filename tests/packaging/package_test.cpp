@@ -19,10 +19,7 @@ using vorlane::testing::TempDir;
 
 namespace {
 
-struct Outcome {
-  int status;
-  std::string out, err;
-};
+struct Outcome { int status; std::string out, err; };
 
 // Runs `command` through the shell in `dir`'s directory, keeping its output and error text.
 Outcome run(const TempDir& dir, const std::string& command) {

@@ -6,6 +6,7 @@
 #include <string>
 
 #include "message_shape_check.h"
+#include "utils/base64.h"
 
 using vorlane::mkstore::MessageBuilder;
 using vorlane::mkstore::MessageShape;
@@ -46,24 +47,15 @@ size_t longestLine(const std::string& text, bool crlf) {
 }
 
 // Decoded length of one base64 body (lines without line ends), or -1 when it is not valid base64 with
-// zero bits behind the last encoded byte.
+// zero bits behind the last encoded byte (only then does it encode back to the same text).
 long base64Length(const std::string& text) {
-  static const std::string alphabet = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
   std::string chars;
+  std::string bytes;
   for (char c : text) {
     if (c != '\r' && c != '\n') chars += c;
   }
-  if (chars.size() % 4 != 0) return -1;
-  const size_t pad = chars.size() >= 2 && chars.compare(chars.size() - 2, 2, "==") == 0 ? 2
-                     : !chars.empty() && chars.back() == '=' ? 1 : 0;
-  for (size_t i = 0; i + pad < chars.size(); ++i) {
-    if (alphabet.find(chars[i]) == std::string::npos) return -1;
-  }
-  if (pad) {
-    const size_t last = alphabet.find(chars[chars.size() - pad - 1]);
-    if ((pad == 2 && (last & 15) != 0) || (pad == 1 && (last & 3) != 0)) return -1;
-  }
-  return static_cast<long>(chars.size() / 4 * 3 - pad);
+  if (!vorlane::utils::base64Decode(chars, bytes) || vorlane::utils::base64Encode(bytes) != chars) return -1;
+  return static_cast<long>(bytes.size());
 }
 
 }  // namespace

@@ -1,22 +1,21 @@
 #include "mkstore/store_generator.h"
 
-#include <dirent.h>
 #include <strings.h>
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <gtest/gtest.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <map>
 #include <set>
 #include <string>
 #include <vector>
 
 #include "message_shape_check.h"
-#include "mkstore/output_files.h"
 #include "../support/temp_dir.h"
 
+namespace fs = std::filesystem;
 using vorlane::mkstore::Manifest;
 using vorlane::mkstore::StoreOptions;
 using vorlane::mkstore::generateStore;
@@ -37,26 +36,6 @@ bool isSkipped(const std::string& name) {
   return false;
 }
 
-struct Entry {
-  std::string name;
-  struct stat st;
-};
-
-std::vector<Entry> list(const std::string& dir) {
-  std::vector<Entry> entries;
-  DIR* d = opendir(dir.c_str());
-  if (!d) return entries;
-  while (const dirent* e = readdir(d)) {
-    const std::string name = e->d_name;
-    if (name == "." || name == "..") continue;
-    Entry entry{name, {}};
-    if (lstat((dir + "/" + name).c_str(), &entry.st) == 0) entries.push_back(entry);
-  }
-  closedir(d);
-  std::sort(entries.begin(), entries.end(), [](const Entry& a, const Entry& b) { return a.name < b.name; });
-  return entries;
-}
-
 // What the tree holds for the checks below: the skipped directories met (path and depth below the mail
 // root, "#msgs" left out), whether a symbolic link was met, and the mail messages: "eml" files in a
 // "#msgs" directory below no skipped name that are not items (items carry an X-Item-Class header).
@@ -65,73 +44,68 @@ struct Survey {
   bool link = false;
   std::vector<std::string> messages;
 
-  void visit(const std::string& dir, int depth, bool belowSkipped) {
-    for (const Entry& e : list(dir)) {
-      const std::string path = dir + "/" + e.name;
-      link |= S_ISLNK(e.st.st_mode);
-      if (S_ISDIR(e.st.st_mode)) {
-        const bool skip = isSkipped(e.name) && e.name != "#msgs";
-        if (skip) skipped.emplace_back(path, depth + 1);
-        visit(path, depth + 1, belowSkipped || skip);
-      } else if (S_ISREG(e.st.st_mode) && !belowSkipped && dir.size() > 6 &&
-                 dir.compare(dir.size() - 6, 6, "/#msgs") == 0 && e.name.size() > 3 &&
-                 strcasecmp(e.name.c_str() + e.name.size() - 4, ".eml") == 0 &&
-                 readFile(path).compare(0, 13, "X-Item-Class:") != 0) {
-        messages.push_back(path);
+  explicit Survey(const std::string& root) {
+    for (fs::recursive_directory_iterator it(root), end; it != end; ++it) {
+      const fs::path& path = it->path();
+      const std::string name = path.filename().string();
+      if (it->is_symlink()) {
+        link = true;
+      } else if (it->is_directory()) {
+        if (isSkipped(name) && name != "#msgs") skipped.emplace_back(path.string(), it.depth() + 1);
+      } else if (it->is_regular_file() && path.parent_path().filename() == "#msgs" && name.size() > 3 &&
+                 strcasecmp(name.c_str() + name.size() - 4, ".eml") == 0 && !belowSkipped(root, path) &&
+                 readFile(path.string()).compare(0, 13, "X-Item-Class:") != 0) {
+        messages.push_back(path.string());
       }
     }
   }
+
+  static bool belowSkipped(const std::string& root, const fs::path& file) {
+    for (const fs::path& part : fs::relative(file.parent_path().parent_path(), root)) {
+      if (part != "#msgs" && isSkipped(part.string())) return true;
+    }
+    return false;
+  }
 };
 
-// Every entry below `dir` (relative path, kind, size, and the content of files and links), in one text.
-void describeTree(const std::string& dir, const std::string& rel, std::string& out, uint64_t& files,
-                  uint64_t& bytes) {
-  for (const Entry& e : list(dir)) {
-    const std::string path = dir + "/" + e.name, relPath = rel + "/" + e.name;
-    if (S_ISDIR(e.st.st_mode)) {
-      out += "D " + relPath + "\n";
-      describeTree(path, relPath, out, files, bytes);
-    } else if (S_ISLNK(e.st.st_mode)) {
-      char target[256] = {};
-      out += "L " + relPath + " -> " + std::string(target, readlink(path.c_str(), target, sizeof target - 1)) + "\n";
-    } else {
-      ++files;
-      bytes += static_cast<uint64_t>(e.st.st_size);
-      out += "F " + relPath + "\n" + readFile(path) + "\n";
-    }
+// Every entry below `root` by its relative path: its kind and the content of files and links.
+std::map<std::string, std::string> treeOf(const std::string& root) {
+  std::map<std::string, std::string> tree;
+  for (const fs::directory_entry& e : fs::recursive_directory_iterator(root)) {
+    std::string& entry = tree[e.path().string().substr(root.size())];
+    if (e.is_symlink()) entry = "L " + fs::read_symlink(e.path()).string();
+    else if (e.is_directory()) entry = "D";
+    else entry = "F " + readFile(e.path().string());
   }
+  return tree;
 }
 
 // Generates a store of `messages` messages from `seed` into `outDir`.
-::testing::AssertionResult generate(const std::string& outDir, uint64_t messages, uint64_t seed, Manifest& manifest,
-                                    bool force = false) {
+::testing::AssertionResult generate(const std::string& outDir, uint64_t messages, uint64_t seed, Manifest& manifest) {
   StoreOptions options;
   options.messages = messages;
   options.seed = seed;
   options.outDir = outDir;
-  options.force = force;
   std::string error;
   if (generateStore(options, manifest, error)) return ::testing::AssertionSuccess();
   return ::testing::AssertionFailure() << error;
 }
 
+// One store of 400 messages from seed 11 for the tests below, removed when the program ends.
 class GeneratedStore : public ::testing::Test {
  protected:
   static void SetUpTestSuite() {
-    dir_ = new TempDir;
-    ASSERT_FALSE(dir_->path().empty());
-    ASSERT_TRUE(generate(dir_->file("store"), 400, 11, manifest_));
+    ASSERT_FALSE(dir().path().empty());
+    ASSERT_TRUE(generate(dir().file("store"), 400, 11, manifest_));
   }
-  static void TearDownTestSuite() {
-    delete dir_;
-    dir_ = nullptr;
+  static const TempDir& dir() {
+    static const TempDir store;
+    return store;
   }
-  static std::string mailRoot() { return dir_->file("store/mail"); }
+  static std::string mailRoot() { return dir().file("store/mail"); }
 
-  static TempDir* dir_;
   static Manifest manifest_;
 };
-TempDir* GeneratedStore::dir_ = nullptr;
 Manifest GeneratedStore::manifest_;
 
 }  // namespace
@@ -142,9 +116,12 @@ TEST_F(GeneratedStore, ManifestCountsEveryFileOnDisk) {
   EXPECT_EQ(manifest_.messageFiles, 400u);
   EXPECT_GT(manifest_.distributionLists, 0u);
   EXPECT_GE(manifest_.domains, 3u);
-  std::string tree;
   uint64_t files = 0, bytes = 0;
-  describeTree(mailRoot(), "", tree, files, bytes);
+  for (const auto& entry : treeOf(mailRoot())) {
+    if (entry.second[0] != 'F') continue;
+    ++files;
+    bytes += entry.second.size() - 2;
+  }
   EXPECT_EQ(files, manifest_.diskFiles);
   EXPECT_EQ(bytes, manifest_.diskBytes);
 }
@@ -152,8 +129,7 @@ TEST_F(GeneratedStore, ManifestCountsEveryFileOnDisk) {
 // Each skipped name is present somewhere, at the domain, mailbox and folder levels, and each skipped
 // folder holds messages, an index and a contacts subfolder, so entering one would change the totals.
 TEST_F(GeneratedStore, EverySkippedSystemFolderIsPresentAndHoldsCountableJunk) {
-  Survey survey;
-  survey.visit(mailRoot(), 0, false);
+  const Survey survey(mailRoot());
   std::set<std::string> seen{"#msgs"};
   std::set<int> depths;
   bool caseVariant = false;
@@ -175,8 +151,7 @@ TEST_F(GeneratedStore, EverySkippedSystemFolderIsPresentAndHoldsCountableJunk) {
 
 // Every mail message (not the items, not the junk in skipped folders) is well-formed and of its shape.
 TEST_F(GeneratedStore, EveryMailMessageIsWellFormedAndTheShapeCountsMatch) {
-  Survey survey;
-  survey.visit(mailRoot(), 0, false);
+  const Survey survey(mailRoot());
   std::map<std::string, uint64_t> shapes;
   uint64_t crlf = 0;
   for (const std::string& path : survey.messages) {
@@ -198,49 +173,24 @@ TEST_F(GeneratedStore, EveryMailMessageIsWellFormedAndTheShapeCountsMatch) {
 TEST(StoreGenerator, TheSameSeedGivesAByteIdenticalStoreAndAnotherSeedDoesNot) {
   TempDir dir;
   ASSERT_FALSE(dir.path().empty());
-  std::string trees[3];
+  std::map<std::string, std::string> trees[3];
   const uint64_t seeds[3] = {5, 5, 6};
   for (int i = 0; i < 3; ++i) {
     const std::string outDir = dir.file("s" + std::to_string(i));
     Manifest manifest;
     ASSERT_TRUE(generate(outDir, 100, seeds[i], manifest));
-    uint64_t files = 0, bytes = 0;
-    describeTree(outDir, "", trees[i], files, bytes);
-    trees[i] += vorlane::mkstore::manifestJson(manifest);
+    trees[i] = treeOf(outDir);
+    trees[i]["manifest"] = vorlane::mkstore::manifestJson(manifest);
   }
   EXPECT_TRUE(trees[0] == trees[1]) << "two runs with seed 5 differ";
   EXPECT_FALSE(trees[0] == trees[2]) << "seeds 5 and 6 give the same store";
 }
 
-TEST(StoreGenerator, RefusesANonEmptyDirectoryUnlessForcedAndThenReplacesOnlyTheStore) {
-  TempDir dir;
-  ASSERT_FALSE(dir.path().empty());
-  std::string error;
-  ASSERT_TRUE(vorlane::mkstore::writeFile(dir.file("keep.txt"), "x", 1, error));
-  ASSERT_EQ(mkdir(dir.file("mail").c_str(), 0755), 0);
-  ASSERT_TRUE(vorlane::mkstore::writeFile(dir.file("mail/stale.txt"), "x", 1, error));
-
-  Manifest manifest;
-  const ::testing::AssertionResult refused = generate(dir.path(), 5, 1, manifest);
-  EXPECT_FALSE(refused);
-  EXPECT_NE(std::string(refused.message()).find(dir.path()), std::string::npos) << refused.message();
-  EXPECT_EQ(access(dir.file("mail/stale.txt").c_str(), F_OK), 0);
-
-  ASSERT_TRUE(generate(dir.path(), 5, 1, manifest, true));
-  EXPECT_NE(access(dir.file("mail/stale.txt").c_str(), F_OK), 0);
-  EXPECT_EQ(access(dir.file("keep.txt").c_str(), F_OK), 0);
-  EXPECT_EQ(manifest.messageFiles, 5u);
-}
-
 TEST(StoreGenerator, FailuresNameThePathAndTheSystemError) {
   TempDir dir;
   ASSERT_FALSE(dir.path().empty());
-  struct Case {
-    std::string outDir;
-    const char* cause;
-  };
-  std::string error;
-  ASSERT_TRUE(vorlane::mkstore::writeFile(dir.file("file"), "x", 1, error));
+  struct Case { std::string outDir; const char* cause; };
+  dir.write("file", "x");
   for (const Case& c : {Case{dir.file("missing/parent"), "No such file or directory"},
                         Case{dir.file("file"), "not a directory"}}) {
     Manifest manifest;

@@ -10,6 +10,7 @@
 #include <gtest/gtest.h>
 
 #include <filesystem>
+#include <iterator>
 #include <string>
 
 #include "../support/temp_dir.h"
@@ -21,12 +22,8 @@ using vorlane::testing::TempDir;
 namespace {
 
 size_t openDescriptors() {
-  size_t count = 0;
-  for (const auto& entry : std::filesystem::directory_iterator("/proc/self/fd")) {
-    (void)entry;
-    ++count;
-  }
-  return count;
+  using std::filesystem::directory_iterator;
+  return static_cast<size_t>(std::distance(directory_iterator("/proc/self/fd"), directory_iterator()));
 }
 
 }  // namespace
@@ -40,11 +37,7 @@ TEST(ReadAhead, AnnouncesRegularFilesOnly) {
   ASSERT_EQ(::symlink("plain.eml", dir.file("link.eml").c_str()), 0);
   ASSERT_EQ(::symlink("pipe.eml", dir.file("pipelink.eml").c_str()), 0);
   dir.mkdirs("folder.eml");
-  struct Case {
-    const char* name;
-    unsigned char listedType;
-    bool advised;
-  };
+  struct Case { const char* name; unsigned char listedType; bool advised; };
   const int dirFd = ::open(dir.path().c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
   ASSERT_GE(dirFd, 0);
   const size_t descriptors = openDescriptors();

@@ -6,12 +6,9 @@
 
 using vorlane::utils::strncpys;
 
-// Fixed fields go onto the wire whole: every byte after the text must be zero.
+// Fixed fields go onto the wire whole: every byte after the text must be zero (expected: all 8 bytes).
 TEST(Strncpys, TerminatesTruncatesAndZeroPads) {
-  struct Case {
-    const char* src;
-    std::string expected;  // all 8 bytes of the field
-  };
+  struct Case { const char* src; std::string expected; };
   for (const Case& c : {Case{"abc", std::string("abc\0\0\0\0\0", 8)}, Case{"abcdefgh", std::string("abcdefg\0", 8)},
                         Case{nullptr, std::string(8, '\0')}}) {
     char field[8];
@@ -27,10 +24,7 @@ TEST(Strncpys, TerminatesTruncatesAndZeroPads) {
 // Boundaries of well-formed UTF-8 as the Unicode standard draws them (table 3-7).
 TEST(IsValidUtf8, AcceptsOnlyShortestFormsOfScalarValues) {
   using vorlane::utils::isValidUtf8;
-  struct Case {
-    const char* text;
-    bool valid;
-  };
+  struct Case { const char* text; bool valid; };
   for (const Case& c : {Case{"", true}, Case{"INBOX", true}, Case{"\xc3\xa9t\xc3\xa9", true},
                         Case{"\xe0\xa0\x80", true}, Case{"\xed\x9f\xbf", true}, Case{"\xf0\x90\x80\x80", true},
                         Case{"\xf4\x8f\xbf\xbf", true}, Case{"\xc3", false}, Case{"\x80", false},

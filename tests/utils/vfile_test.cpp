@@ -37,10 +37,7 @@ std::string tryOpen(Open open) {
 }  // namespace
 
 TEST(VFileOpen, ModeStringsSelectAccessCreationAndAppend) {
-  struct Case {
-    const char* mode;
-    std::string expected;
-  };
+  struct Case { const char* mode; std::string expected; };
   const Case cases[] = {
       {"r", describe(O_RDONLY, "content", false)},     {"r+", describe(O_RDWR, "content", false)},
       {"rbbb+", describe(O_RDWR, "content", false)},   {"rbbbb+", describe(O_RDONLY, "content", false)},  // '+' too late
@@ -54,11 +51,7 @@ TEST(VFileOpen, ModeStringsSelectAccessCreationAndAppend) {
 }
 
 TEST(VFileOpen, AccessAndCreationFlags) {
-  struct Case {
-    VFile::AccessFlags access;
-    VFile::CreationFlags creation;
-    std::string expected;
-  };
+  struct Case { VFile::AccessFlags access; VFile::CreationFlags creation; std::string expected; };
   const Case cases[] = {
       {VFile::AccessRead, VFile::OpenExisting, describe(O_RDONLY, "content", false)},
       {VFile::AccessWrite, VFile::CreateNew, describe(-1, "content", true)},

@@ -64,11 +64,7 @@ std::vector<std::string> getsAll(VStream& s, unsigned size, bool keepPartial, in
 // the rest of it stays in the stream.
 TEST(VStreamGets, LineLengthBoundariesAndPartialLastLines) {
   const std::string a510(510, 'a'), a511(511, 'a'), a512(512, 'a');
-  struct Case {
-    std::string input;
-    bool keepPartial;
-    std::vector<std::string> expected;
-  };
+  struct Case { std::string input; bool keepPartial; std::vector<std::string> expected; };
   const Case cases[] = {
       {a510 + "\nnext\n", true, {"511:" + a510 + "\n", "5:next\n", "0:"}},
       {a511 + "\nnext\n", true, {"0:", "5:next\n", "0:"}},  // the LF went with the over-long line
@@ -117,14 +113,15 @@ TEST(VStreamGetstr, SplitsLongLinesAndAlwaysTerminates) {
 
 // Every piece getstrView hands out is the piece getstr would have stored, whatever the line lengths, the
 // piece size and the size of the primitive reads: lines across the 4096-byte refill, lines longer than the
-// piece size (also across a refill), empty lines, CRLF, and a last line without LF.
+// piece size (also across a refill), empty lines, CRLF, and a last line without LF. A piece size below 2
+// leaves no room for a byte: nothing is read.
 TEST(VStreamGetstrView, DeliversExactlyTheLinesGetstrDoes) {
   std::string input;
   for (int i = 0; i < 400; ++i) {
     input += std::string(static_cast<size_t>(i * 37 % 131), 'v') + (i % 3 ? "\r\n" : "\n");
   }
   input += std::string(9000, 'L') + "\n\n" + std::string(4095, 'e') + "\n" + std::string(5000, 'p');
-  for (unsigned size : {2u, 3u, 80u, 4097u, 16385u}) {
+  for (unsigned size : {1u, 2u, 3u, 80u, 4097u, 16385u}) {
     for (unsigned chunk : {4096u, 1000u, 7u}) {
       MemoryStream expected(input, chunk);
       MemoryStream viewed(input, chunk);
@@ -146,7 +143,7 @@ TEST(VStreamGetstrView, DeliversExactlyTheLinesGetstrDoes) {
         ++pieces;
       }
       EXPECT_EQ(viewed.reads, expected.reads) << "one primitive read per buffer-load, size " << size;
-      EXPECT_GT(pieces, 400u);
+      EXPECT_TRUE(size > 1 ? pieces > 400 : pieces == 0) << "size " << size << ": " << pieces << " pieces";
     }
   }
 }
@@ -174,17 +171,6 @@ TEST(VStreamGetstrView, CopiesOnlyLinesThatCrossARefill) {
   EXPECT_EQ(s.getstrView(buf.data(), static_cast<unsigned>(buf.size()), len), nullptr);
   EXPECT_EQ(len, 0u);
   EXPECT_TRUE(s.endOfInputSeen());
-}
-
-// A piece size below 2 leaves no room for a byte: nothing is read, as with getstr.
-TEST(VStreamGetstrView, TooSmallAPieceReadsNothing) {
-  MemoryStream s("line\n");
-  char buf[1] = {'#'};
-  unsigned len = 1;
-  EXPECT_EQ(s.getstrView(buf, 1, len), nullptr);
-  EXPECT_EQ(len, 0u);
-  EXPECT_EQ(buf[0], '\0');
-  EXPECT_EQ(s.reads, 0);
 }
 
 // A caller that scans the buffered bytes in place sees exactly what is unread, never causes a refill, and
@@ -224,10 +210,7 @@ TEST(VStreamRead, ServesBufferedBytesWithoutTouchingTheSource) {
 }
 
 TEST(VStreamWrite, ExactlyTheFreeRoomFlushesAtOnce) {
-  struct Case {
-    unsigned first, second;
-    size_t flushed;
-  };
+  struct Case { unsigned first, second; size_t flushed; };
   for (const Case& c : {Case{4096, 0, 4096}, Case{100, 3996, 4096}, Case{100, 3995, 0}, Case{10000, 0, 8192}}) {
     MemoryStream s;
     std::string data(c.first + c.second, 'w');

@@ -23,10 +23,7 @@ void readForever(void* fd) {
 
 TEST(ExitDeadline, EndsAShutdownStuckOnABlockedThreadAndOnlyThat) {
   const long kLimitMs = 200;
-  struct Case {
-    bool stuck;
-    int status;
-  };
+  struct Case { bool stuck; int status; };
   for (const Case& c : {Case{true, 7}, Case{false, 0}}) {
     int never[2];
     ASSERT_EQ(0, pipe(never));

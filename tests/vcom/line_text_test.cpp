@@ -18,9 +18,7 @@ std::string formatLine(const char* fmt, ...) {
 }
 
 TEST(LineText, ControlCharactersAndBackslashesAreEscaped) {
-  struct Case {
-    std::string in, out;
-  };
+  struct Case { std::string in, out; };
   for (const Case& c : {Case{"plain text\n", "plain text\n"}, Case{"a\nb\n", "a\\x0ab\n"},
                         Case{"a\n\n", "a\\x0a\n"}, Case{"\r\t\x1b[31m", "\\x0d\\x09\\x1b[31m"},
                         Case{std::string("nul\0x", 5), "nul\\x00x"}, Case{"del\x7f", "del\\x7f"},

@@ -71,16 +71,9 @@ TEST(SendQueue, ConcurrentProducersLoseNothingAndKeepTheirOrder) {
 // takes the place of the newest unsent one of its type if that one is replaceable too.
 TEST(SendQueue, ReplaceableMessagesCoalesceOnlyWhenFull) {
   const uint32_t kProgress = 14, kBeat = 12;
-  struct Push {
-    uint32_t type, seq;
-    SendKind kind;
-  };
+  struct Push { uint32_t type, seq; SendKind kind; };
   const SendKind N = SendKind::Normal, R = SendKind::Replaceable;
-  struct Case {
-    const char* what;
-    std::vector<Push> pushes;
-    std::vector<std::pair<uint32_t, uint32_t>> sent;
-  };
+  struct Case { const char* what; std::vector<Push> pushes; std::vector<std::pair<uint32_t, uint32_t>> sent; };
   const Case cases[] = {
       {"below the bound", {{kProgress, 1, R}, {kProgress, 2, R}, {kProgress, 3, R}},
        {{kProgress, 1}, {kProgress, 2}, {kProgress, 3}}},

@@ -7,11 +7,9 @@
 
 #include <cstdlib>
 #include <filesystem>
-#include <fstream>
 #include <sstream>
 #include <string>
 
-#include "../../support/temp_dir.h"
 #include "mkstore/store_generator.h"
 #include "report_reader.h"
 #include "report_writer.h"
@@ -39,7 +37,7 @@ TEST(ReportTools, HalvesOfAStoreMergeIntoTheWholeStoresReport) {
   ASSERT_TRUE(mkstore::generateStore(options, manifest, error)) << error;
   ASSERT_EQ(vstat("scan " + dir.file("whole") + " --report " + dir.file("whole.xml")), 0);
 
-  const std::string whole = fileText(dir.file("whole.xml"));
+  const std::string whole = testing::readFile(dir.file("whole.xml"));
   Report report;
   ASSERT_TRUE(readReport(dir.file("whole.xml"), report, error)) << error;
   std::ostringstream rewritten;
@@ -61,12 +59,12 @@ TEST(ReportTools, HalvesOfAStoreMergeIntoTheWholeStoresReport) {
   ASSERT_EQ(vstat("scan " + dir.file("whole") + " --report " + dir.file("rest.xml") + " --format openmetrics -o " +
                   dir.file("rest.prom")),
             0);
-  const std::string metrics = fileText(dir.file("rest.prom"));
+  const std::string metrics = testing::readFile(dir.file("rest.prom"));
   EXPECT_EQ(metrics.substr(metrics.size() - 7), "\n# EOF\n");
-  EXPECT_NE(fileText(dir.file("first.xml")), whole);
+  EXPECT_NE(testing::readFile(dir.file("first.xml")), whole);
 
   ASSERT_EQ(vstat("merge " + dir.file("first.xml") + " " + dir.file("rest.xml") + " -o " + dir.file("merged.xml")), 0);
-  EXPECT_EQ(fileText(dir.file("merged.xml")), whole);
+  EXPECT_EQ(testing::readFile(dir.file("merged.xml")), whole);
 }
 
 }  // namespace
