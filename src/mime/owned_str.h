@@ -31,13 +31,20 @@ class owned_str {
 
   // Replaces the value by a copy of the first `len` bytes of `text` (terminated); false when out of memory.
   bool assign(const char* text, size_t len) {
-    char* copy = static_cast<char*>(std::malloc(len + 1));
+    char* copy = prepare(len);
     if (copy == nullptr) return false;
     std::memcpy(copy, text, len);
-    copy[len] = '\0';
-    std::free(str_);
-    str_ = copy;
     return true;
+  }
+  // Replaces the value by room for `len` bytes, terminated behind them, for the caller to write (and to
+  // terminate earlier when it writes less); null when out of memory.
+  char* prepare(size_t len) {
+    char* room = static_cast<char*>(std::malloc(len + 1));
+    if (room == nullptr) return nullptr;
+    room[len] = '\0';
+    std::free(str_);
+    str_ = room;
+    return room;
   }
   // Replaces the value by a copy of `text`; a null `text` clears it.
   bool assign(const char* text) {
