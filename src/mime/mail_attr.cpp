@@ -74,7 +74,7 @@ void mail_attr_list::add(const char* name, const char* value, size_t value_len) 
   attr.value = text_ + text_used_;
   std::memcpy(attr.value, value, value_len);
   attr.value[value_len] = 0;
-  text_used_ += value_len + 1;
+  text_used_ += static_cast<uint32_t>(value_len + 1);
   attrs_.push_back(attr);
 }
 
@@ -100,14 +100,15 @@ void mail_attr_list::trim(size_t keep_bytes) {
 
 bool mail_attr_list::reserve_text(size_t more) {
   if (text_size_ - text_used_ >= more) return true;
-  size_t size = text_size_ < MIN_TEXT_SIZE ? MIN_TEXT_SIZE : 2 * text_size_;
-  if (size < text_used_ + more) size = text_used_ + more;
+  if (more >= UINT32_MAX / 2 - text_used_) return false;
+  size_t size = text_size_ < MIN_TEXT_SIZE ? MIN_TEXT_SIZE : 2 * size_t{text_size_};
+  if (size < text_used_ + more || size >= UINT32_MAX) size = text_used_ + more;
   char* bigger = static_cast<char*>(std::malloc(size));
   if (bigger == nullptr) return false;
   char* const old = text_;
   if (text_used_ > 0) std::memcpy(bigger, old, text_used_);
   text_ = bigger;
-  text_size_ = size;
+  text_size_ = static_cast<uint32_t>(size);
   rebase(old);
   std::free(old);
   return true;

@@ -5,6 +5,7 @@
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 namespace vorlane {
@@ -53,8 +54,8 @@ class mail_attr_list {
 
   std::vector<mail_attr> attrs_;
   char* text_ = nullptr;  // the values, each terminated, one after the other
-  size_t text_used_ = 0;
-  size_t text_size_ = 0;
+  uint32_t text_used_ = 0;
+  uint32_t text_size_ = 0;
 };
 
 // Fetches one named parameter of a header value into `out` (cut to size - 1 characters).

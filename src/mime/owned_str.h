@@ -1,8 +1,9 @@
 // An owned, heap-allocated C string for the fields of the MIME structures: null until assigned, freed by
-// its owner, never copied implicitly. Values come from malloc so that they can be handed to C-style code.
-// A string that is cleared or assigned again keeps its buffer when the new value fits, so a structure
-// reused for the next message does not allocate its strings again; trim gives a large buffer back.
-// Not thread-safe; one string belongs to one structure.
+// its owner, never copied implicitly. The text lives in a malloc'ed block that also records its room, so
+// a string that is cleared or assigned again keeps its block when the new value fits: a structure reused
+// for the next message does not allocate its strings again, and trim gives a large block back. C-style
+// code may read a value; only the string frees it. As small as a pointer, since a parse tree holds two
+// dozen per part. Not thread-safe; one string belongs to one structure.
 #pragma once
 
 #include <cstddef>
@@ -18,41 +19,34 @@ class owned_str {
   owned_str() = default;
   owned_str(const owned_str&) = delete;
   owned_str& operator=(const owned_str&) = delete;
-  owned_str(owned_str&& other) noexcept : buf_(other.buf_), size_(other.size_), set_(other.set_) {
-    other.buf_ = nullptr;
-    other.size_ = 0;
-    other.set_ = false;
-  }
+  owned_str(owned_str&& other) noexcept : text_(other.text_) { other.text_ = nullptr; }
   owned_str& operator=(owned_str&& other) noexcept {
     if (this != &other) {
-      std::free(buf_);
-      buf_ = other.buf_;
-      size_ = other.size_;
-      set_ = other.set_;
-      other.buf_ = nullptr;
-      other.size_ = 0;
-      other.set_ = false;
+      release();
+      text_ = other.text_;
+      other.text_ = nullptr;
     }
     return *this;
   }
-  ~owned_str() { std::free(buf_); }
+  ~owned_str() { release(); }
 
-  const char* get() const { return set_ ? buf_ : nullptr; }
-  explicit operator bool() const { return set_; }
+  const char* get() const { return text_ != nullptr && head()->set ? text_ : nullptr; }
+  explicit operator bool() const { return get() != nullptr; }
 
   // Replaces the value by a copy of the first `len` bytes of `text` (terminated); false when out of memory.
   // `text` may point into this string's own value.
   bool assign(const char* text, size_t len) {
-    if (len < size_) {
-      std::memmove(buf_, text, len);
-      buf_[len] = '\0';
-      set_ = true;
-      return true;
+    if (fits(len)) {
+      std::memmove(text_, text, len);
+    } else {
+      char* room = allocate(len);
+      if (room == nullptr) return false;
+      std::memcpy(room, text, len);
+      release();
+      text_ = room;
     }
-    char* room = allocate(len);
-    if (room == nullptr) return false;
-    std::memcpy(room, text, len);
-    adopt(room, len);
+    text_[len] = '\0';
+    head()->set = true;
     return true;
   }
   // Replaces the value by a copy of `text`; a null `text` clears it.
@@ -66,42 +60,50 @@ class owned_str {
   // Replaces the value by room for `len` bytes, terminated behind them, for the caller to write (and to
   // terminate earlier when it writes less); null when out of memory.
   char* prepare(size_t len) {
-    if (len >= size_) {
+    if (!fits(len)) {
       char* room = allocate(len);
       if (room == nullptr) return nullptr;
-      adopt(room, len);
+      release();
+      text_ = room;
     }
-    buf_[len] = '\0';
-    set_ = true;
-    return buf_;
+    text_[len] = '\0';
+    head()->set = true;
+    return text_;
   }
-  // Back to null; the buffer is kept for the next value.
-  void reset() { set_ = false; }
-  // Back to null, giving the buffer back when it holds more than `keep_bytes`.
+  // Back to null; the block is kept for the next value.
+  void reset() {
+    if (text_ != nullptr) head()->set = false;
+  }
+  // Back to null, giving the block back when it has room for more than `keep_bytes`.
   void trim(size_t keep_bytes) {
-    set_ = false;
-    if (size_ > keep_bytes) {
-      std::free(buf_);
-      buf_ = nullptr;
-      size_ = 0;
-    }
+    if (text_ != nullptr && head()->room > keep_bytes) release();
+    reset();
   }
 
  private:
+  // Precedes the text in its block.
+  struct block_head {
+    uint32_t room;  // bytes for the text, terminator included
+    bool set;
+  };
+
+  block_head* head() const { return reinterpret_cast<block_head*>(text_ - sizeof(block_head)); }
+  bool fits(size_t len) const { return text_ != nullptr && len < head()->room; }
+  // A block with room for `len` bytes and a terminator; the text's start, or null.
   static char* allocate(size_t len) {
-    return len < UINT32_MAX ? static_cast<char*>(std::malloc(len + 1)) : nullptr;
+    if (len >= UINT32_MAX) return nullptr;
+    void* block = std::malloc(sizeof(block_head) + len + 1);
+    if (block == nullptr) return nullptr;
+    static_cast<block_head*>(block)->room = static_cast<uint32_t>(len + 1);
+    static_cast<block_head*>(block)->set = false;
+    return static_cast<char*>(block) + sizeof(block_head);
   }
-  void adopt(char* room, size_t len) {
-    std::free(buf_);
-    buf_ = room;
-    size_ = static_cast<uint32_t>(len + 1);
-    buf_[len] = '\0';
-    set_ = true;
+  void release() {
+    if (text_ != nullptr) std::free(text_ - sizeof(block_head));
+    text_ = nullptr;
   }
 
-  char* buf_ = nullptr;
-  uint32_t size_ = 0;  // bytes of buf_
-  bool set_ = false;
+  char* text_ = nullptr;  // behind its block_head
 };
 
 }  // namespace mime
