@@ -14,7 +14,6 @@ namespace impl {
 
 namespace {
 
-const unsigned kMaxTokenLength = AttrParser::kTokenSize - 1;
 const size_t kMaxNameLength = sizeof(static_cast<mail_attr*>(nullptr)->name) - 1;
 // Real headers carry a handful of parameters. These bounds keep hostile input linear in time and
 // memory: sections beyond the first 1024 are ignored, and a named lookup tries at most 64 occurrences.
@@ -210,13 +209,9 @@ void AttrParser::readToken(Tokens expected) {
   if (t != expected) fail(t, kMsgOtherToken);
 }
 
-void AttrParser::storeChar(unsigned& length, char c, bool& reported) {
-  if (length < kMaxTokenLength) {
-    token_[length++] = c;
-  } else if (!reported) {
-    errors_.push_back(kMsgTooLong);
-    reported = true;
-  }
+void AttrParser::reportTooLong(bool& reported) {
+  errors_.push_back(kMsgTooLong);
+  reported = true;
 }
 
 bool AttrParser::readString() {

@@ -103,7 +103,15 @@ class AttrParser : private boost::noncopyable {
   void readToken(Tokens expected);
   bool readString();
   bool readAnyString(bool boundary);
-  void storeChar(unsigned& length, char c, bool& reported);
+  // Runs for every character of every parameter: the rare overlong token is handled out of line.
+  void storeChar(unsigned& length, char c, bool& reported) {
+    if (length < kTokenSize - 1) {
+      token_[length++] = c;
+    } else if (!reported) {
+      reportTooLong(reported);
+    }
+  }
+  void reportTooLong(bool& reported);
 
   bool GRuleP(AttrPart& part);
   void GRuleA(AttrPart& part);
