@@ -43,9 +43,8 @@ mail_struct::~mail_struct() {
 
 void mail_struct::clear(size_t keep_bytes) {
   clear_counts();
-  owned_str* const strings[] = {&content_type,     &content_subtype, &encoding,         &content_id,
-                                &content_description, &content_md5, &content_location, &content_class,
-                                &disposition};
+  owned_str* const strings[] = {&content_type, &content_subtype,  &encoding,      &content_id, &content_description,
+                                &content_md5,  &content_location, &content_class, &disposition};
   for (owned_str* s : strings) s->trim(keep_bytes);
   content_params.trim(keep_bytes);
   disposition_params.trim(keep_bytes);

@@ -148,8 +148,9 @@ void mail_struct_envelope::set_parameter(const char* name, const char* value) {
 
 void mail_struct_envelope::clear(size_t keep_bytes) {
   clear_counts();
-  owned_str* const strings[] = {&date,       &subject,     &in_reply_to, &message_id, &message_context,
-                                &newsgroups, &disposition_notification_to, &content_type, &content_subtype};
+  owned_str* const strings[] = {&date,       &subject,    &in_reply_to,
+                                &message_id, &message_context, &newsgroups,
+                                &disposition_notification_to, &content_type, &content_subtype};
   for (owned_str* s : strings) s->trim(keep_bytes);
   for (owned_str& s : address_text) s.trim(keep_bytes);
   content_params.trim(keep_bytes);
