@@ -14,12 +14,13 @@ namespace impl {
 
 namespace {
 
-const unsigned kMaxTokenLength = AttrParser::kTokenSize - 1;
 const size_t kMaxNameLength = sizeof(static_cast<mail_attr*>(nullptr)->name) - 1;
 // Real headers carry a handful of parameters. These bounds keep hostile input linear in time and
 // memory: sections beyond the first 1024 are ignored, and a named lookup tries at most 64 occurrences.
 const size_t kMaxParts = 1024;
 const int kMaxOccurrences = 64;
+// Scratch a parser keeps between inputs.
+const size_t kKeptScratch = 4096;
 
 const char kMsgAssignOrStar[] = "'=' or '*' expected.";
 const char kMsgStringOrAssign[] = "<string> or '=' expected.";
@@ -97,6 +98,13 @@ void AttrParser::setInput(const char* input) {
   pos_ = input;
   tokenStart_ = input;
   lookahead_ = false;
+}
+
+void AttrParser::restart(const char* input) {
+  std::free(ownedInput_);
+  ownedInput_ = nullptr;
+  errors_.clear();
+  setInput(input);
 }
 
 void AttrParser::fixBug20265() {
@@ -201,13 +209,9 @@ void AttrParser::readToken(Tokens expected) {
   if (t != expected) fail(t, kMsgOtherToken);
 }
 
-void AttrParser::storeChar(unsigned& length, char c, bool& reported) {
-  if (length < kMaxTokenLength) {
-    token_[length++] = c;
-  } else if (!reported) {
-    errors_.push_back(kMsgTooLong);
-    reported = true;
-  }
+void AttrParser::reportTooLong(bool& reported) {
+  errors_.push_back(kMsgTooLong);
+  reported = true;
 }
 
 bool AttrParser::readString() {
@@ -385,35 +389,47 @@ void AttrParser::sortParts(PartList& parts) const {
   }
 }
 
-bool AttrParser::attrParse(std::vector<mail_attr>& out) {
+template <class Add>
+bool AttrParser::parseAll(Add add) {
   errors_.clear();
   parts_text_.clear();
-  parts_text_.reserve(256);
-  PartList parts;
-  parts.reserve(8);
+  parts_.clear();
   AttrPart scratch;
-  while (parts.size() < kMaxParts && fetchNextToken() != T_END) {
+  while (parts_.size() < kMaxParts && fetchNextToken() != T_END) {
     // A ';' with nothing after it ("text/plain; charset=x;") is common and harmless: not a problem.
     if (lookaheadToken_ == T_SEMICOLON && restIsBlank(pos_)) break;
     scratch.clear();
     if (GRuleP(scratch)) {
-      storePart(scratch, parts);
+      storePart(scratch, parts_);
     } else {
       resynchronise();
     }
   }
   lookahead_ = false;
-  sortParts(parts);  // stable: repeated names keep their order
-  out.reserve(out.size() + parts.size());
-  std::string value;
-  for (PartList::const_iterator it = parts.begin(); it != parts.end();) {
+  sortParts(parts_);  // stable: repeated names keep their order
+  for (PartList::const_iterator it = parts_.begin(); it != parts_.end();) {
+    const char* name = partName(*it);
+    getRejoinedValue(it, parts_.end(), value_);
+    add(name, value_);
+  }
+  // A parser kept for the next header keeps no more than a few KiB of a hostile one.
+  if (parts_text_.capacity() > kKeptScratch) std::string().swap(parts_text_);
+  if (value_.capacity() > kKeptScratch) std::string().swap(value_);
+  if (parts_.capacity() > kKeptScratch / sizeof(StoredPart)) PartList().swap(parts_);
+  return errors_.empty();
+}
+
+bool AttrParser::attrParse(std::vector<mail_attr>& out) {
+  return parseAll([&out](const char* name, const std::string& value) {
     mail_attr attr;
-    copyBounded(attr.name, partName(*it), kMaxNameLength + 1);
-    getRejoinedValue(it, parts.end(), value);
+    copyBounded(attr.name, name, kMaxNameLength + 1);
     attr.value = dupString(value);
     if (attr.value != nullptr) out.push_back(attr);
-  }
-  return errors_.empty();
+  });
+}
+
+bool AttrParser::attrParse(mail_attr_list& out) {
+  return parseAll([&out](const char* name, const std::string& value) { out.add(name, value.data(), value.size()); });
 }
 
 bool AttrParser::namedAttrParse(const char* name, char* out, unsigned size) {

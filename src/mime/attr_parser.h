@@ -6,7 +6,8 @@
 // the token and the section being read; finished sections keep only their text, packed in one buffer:
 // tokens and section values hold at most 1023 characters, result names at most 31; at most 1024
 // sections are read per header and a named lookup tries at most 64 occurrences of the name.
-// Not thread-safe; one parser per header value.
+// A parser can be started over on the next header (restart), keeping its scratch buffers up to a few KiB.
+// Not thread-safe; one parser reads one header value at a time.
 #pragma once
 
 #include <cstddef>
@@ -57,6 +58,9 @@ class AttrParser : private boost::noncopyable {
   ~AttrParser();
 
   void setInput(const char* input);
+  // Starts over on another input: the repaired copy and the messages of the last one are dropped, the
+  // scratch buffers are kept.
+  void restart(const char* input);
   const char* getInput() const { return input_; }
   const std::list<std::string>& getErrorMsgList() const { return errors_; }
 
@@ -68,6 +72,8 @@ class AttrParser : private boost::noncopyable {
   // Appends every parameter of the input to `out` (values from malloc, owned by the vector's owner).
   // True when no problem was recorded.
   bool attrParse(std::vector<mail_attr>& out);
+  // The same, appending to a parameter list.
+  bool attrParse(mail_attr_list& out);
   // Finds and joins the parameter `name`; `out` receives its value cut to size - 1 characters.
   // True when it was found without any problem and fits.
   bool namedAttrParse(const char* name, char* out, unsigned size);
@@ -87,13 +93,25 @@ class AttrParser : private boost::noncopyable {
   };
   typedef std::vector<StoredPart> PartList;
 
+  // Parses the whole input and hands every joined parameter, in sorted order, to add(name, value).
+  template <class Add>
+  bool parseAll(Add add);
+
   Tokens getNextToken();
   Tokens fetchNextToken();
   [[noreturn]] void fail(Tokens found, const char* message);
   void readToken(Tokens expected);
   bool readString();
   bool readAnyString(bool boundary);
-  void storeChar(unsigned& length, char c, bool& reported);
+  // Runs for every character of every parameter: the rare overlong token is handled out of line.
+  void storeChar(unsigned& length, char c, bool& reported) {
+    if (length < kTokenSize - 1) {
+      token_[length++] = c;
+    } else if (!reported) {
+      reportTooLong(reported);
+    }
+  }
+  void reportTooLong(bool& reported);
 
   bool GRuleP(AttrPart& part);
   void GRuleA(AttrPart& part);
@@ -120,6 +138,8 @@ class AttrParser : private boost::noncopyable {
   Tokens lookaheadToken_ = T_END;
   std::list<std::string> errors_;
   std::string parts_text_;
+  PartList parts_;     // the sections of the whole-list parse
+  std::string value_;  // the value being joined
 };
 
 }  // namespace impl

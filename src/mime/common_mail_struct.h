@@ -34,6 +34,7 @@ class common_mail_struct {
   uint32_t total_lines = 0;
 
  protected:
+  void clear_counts() { header_bytes = header_lines = total_bytes = total_lines = 0; }
   // Cuts an unfolded header line at its first colon, the name kept exactly as written (blanks before the
   // colon stay part of it, so such a name matches no known header), and returns the value behind leading
   // white space; null when there is no colon.

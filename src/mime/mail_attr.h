@@ -1,9 +1,11 @@
 // Header parameters (name/value pairs of Content-Type and Content-Disposition) and their parsing entries.
-// A mail_attr_list owns the values of the pairs it holds (C strings from malloc) and copies deeply.
-// Not thread-safe; one list belongs to one MIME part.
+// A mail_attr_list owns the values of the pairs it holds: C strings from malloc, packed one after the
+// other in one buffer of the list, which a cleared list keeps for its next values (trim gives it back).
+// Copies are deep. Not thread-safe; one list belongs to one MIME part.
 #pragma once
 
 #include <cstddef>
+#include <cstdint>
 #include <vector>
 
 namespace vorlane {
@@ -27,11 +29,15 @@ class mail_attr_list {
   // Errors are dropped; whatever parsed is kept.
   void parse(const char* value);
 
-  // Appends a copy of the pair; the name is cut to 31 characters.
+  // Appends a copy of the pair; the name is cut to 31 characters. Nothing when out of memory.
   void add(const char* name, const char* value);
+  void add(const char* name, const char* value, size_t value_len);
   // The value of the first pair whose name equals `name` case-insensitively, or null.
   const char* get(const char* name) const;
+  // Empties the list and keeps its buffers.
   void clear();
+  // Empties the list; buffers holding more than `keep_bytes` of values go back to the allocator.
+  void trim(size_t keep_bytes);
 
   size_t size() const { return attrs_.size(); }
   bool empty() const { return attrs_.empty(); }
@@ -40,7 +46,16 @@ class mail_attr_list {
   std::vector<mail_attr>::const_iterator end() const { return attrs_.end(); }
 
  private:
+  // Makes room for `more` bytes of values; false when out of memory.
+  bool reserve_text(size_t more);
+  // Points the values, laid out as in `from`, into this list's buffer.
+  void rebase(const char* from);
+  void release();
+
   std::vector<mail_attr> attrs_;
+  char* text_ = nullptr;  // the values, each terminated, one after the other
+  uint32_t text_used_ = 0;
+  uint32_t text_size_ = 0;
 };
 
 // Fetches one named parameter of a header value into `out` (cut to size - 1 characters).

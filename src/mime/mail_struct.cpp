@@ -41,6 +41,23 @@ mail_struct::~mail_struct() {
   }
 }
 
+void mail_struct::clear(size_t keep_bytes) {
+  clear_counts();
+  owned_str* const strings[] = {&content_type, &content_subtype,  &encoding,      &content_id, &content_description,
+                                &content_md5,  &content_location, &content_class, &disposition};
+  for (owned_str* s : strings) s->trim(keep_bytes);
+  content_params.trim(keep_bytes);
+  disposition_params.trim(keep_bytes);
+  uuencoded = 0;
+  start_pos = 0;
+  body_pos = 0;
+  body_bytes = 0;
+  body_lines = 0;
+  header_pos = 0;
+  envelope.clear(keep_bytes);
+  detach();
+}
+
 void mail_struct::process_header(char* line) {
   char* value = split_header(line);
   if (value == nullptr) return;
@@ -154,7 +171,8 @@ void mail_struct::add_to_body(uint32_t bytes, uint32_t lines) {
   total_lines += lines;
 }
 
-mail_struct* mail_struct::parse(utils::VFileStream* stream, const std::atomic<bool>* stop, parse_outcome* outcome) {
+mail_struct* mail_struct::parse(utils::VFileStream* stream, const std::atomic<bool>* stop, parse_outcome* outcome,
+                               mail_struct_pool* pool) {
   // The status holds two 16 KiB buffers: it goes to the heap so that a reader thread with a small stack is
   // safe, once per thread, and is reset for every message, so a walk over many messages does not allocate
   // and release 32 KiB for each.
@@ -165,9 +183,11 @@ mail_struct* mail_struct::parse(utils::VFileStream* stream, const std::atomic<bo
     status.reset(new parse_status);
   }
   status->stop = stop;
+  status->pool = pool;
   std::unique_ptr<mail_struct> tree(do_parse(stream, status.get(), 0, 0));
   if (outcome != nullptr) *outcome = status->outcome;
   status->stop = nullptr;
+  status->pool = nullptr;
   return status->outcome == parse_outcome::parsed ? tree.release() : nullptr;
 }
 
@@ -181,7 +201,7 @@ mail_struct* mail_struct::do_parse(utils::VFileStream* stream, parse_status* sta
     status->fail(parse_outcome::too_many_parts);
     return nullptr;
   }
-  std::unique_ptr<mail_struct> node(new mail_struct);
+  std::unique_ptr<mail_struct> node(status->pool != nullptr ? status->pool->take() : new mail_struct);
   // Every byte the parse takes goes through mime_get_line, which keeps the position: the stream is asked
   // once per message, not twice per part.
   if (status->position < 0) status->position = stream->tell64();

@@ -7,7 +7,8 @@
 // nested boundaries (deeper multiparts are read as plain text), line pieces of MIME_LINE_MAX - 1 bytes,
 // headers of MIME_HEADER_MAX bytes. A stop flag given to parse is polled every MIME_STOP_POLL_LINES lines.
 // Not thread-safe: a tree is built and read by one thread. parse keeps its reading state (about 32 KiB)
-// per thread, so parses on different threads do not share anything.
+// per thread, so parses on different threads do not share anything; a caller that parses message after
+// message can hand it a pool (mail_struct_pool.h) to build each tree from the nodes of the last ones.
 #pragma once
 
 #include <cstdint>
@@ -15,6 +16,7 @@
 #include "mime/common_mail_struct.h"
 #include "mime/mail_attr.h"
 #include "mime/mail_struct_envelope.h"
+#include "mime/mail_struct_pool.h"
 #include "mime/owned_str.h"
 #include "mime/parse_status.h"
 
@@ -26,8 +28,8 @@ namespace mime {
 
 constexpr int MIME_MAX_DEPTH = 200;
 constexpr int MIME_MAX_BOUNDARY_LEVEL = 64;
-// Parts of one message's tree. A part costs about 730 bytes with its strings, so a tree stays near 7 MB;
-// real mail has a few hundred parts at most.
+// Parts of one message's tree. A part costs about 850 bytes with its strings, so a tree stays under
+// 8.5 MB; real mail has a few hundred parts at most.
 constexpr size_t MIME_MAX_PARTS = 10000;
 
 class mail_struct : public common_mail_struct {
@@ -38,8 +40,9 @@ class mail_struct : public common_mail_struct {
   // Parses the message at the stream's current position: a tree the caller owns and deletes, or null when
   // the structure nests deeper than MIME_MAX_DEPTH, has more than MIME_MAX_PARTS parts, or `stop` (may be
   // null; polled with a relaxed load every few thousand lines) was set. `outcome`, when given, says which.
+  // With a `pool` the nodes come from it (a tree may still be deleted, or given back to the pool).
   static mail_struct* parse(utils::VFileStream* stream, const std::atomic<bool>* stop = nullptr,
-                            parse_outcome* outcome = nullptr);
+                            parse_outcome* outcome = nullptr, mail_struct_pool* pool = nullptr);
   // Parses one part from the stream's current position; null when it (or a part inside it) failed.
   static mail_struct* do_parse(utils::VFileStream* stream, parse_status* status, int depth, int boundary_level);
 
@@ -77,6 +80,11 @@ class mail_struct : public common_mail_struct {
   mail_struct* next_sibling = nullptr;  // owned by the parent's child chain
 
  private:
+  friend class mail_struct_pool;
+  // Unhooks the node from its children and siblings (which are not deleted).
+  void detach() { first_child = next_sibling = last_child_ = nullptr; }
+  // Back to the state of a new, detached node; string and parameter buffers of at most `keep_bytes` stay.
+  void clear(size_t keep_bytes);
   // Degrades the node to text/plain with the single parameter charset=us-ascii.
   void make_plain_text();
   void append_child(mail_struct* child);

@@ -2,7 +2,6 @@
 
 #include <cstdlib>
 #include <cstring>
-#include <string>
 
 #include "mime/mime_get_line.h"
 #include "mime/mime_text.h"
@@ -14,9 +13,10 @@ namespace mime {
 namespace {
 
 // Comments in parentheses (nested, with backslash quoting) carry no date information and vary between
-// mailers; dropping them makes dates comparable. Trailing blanks left behind are trimmed.
-std::string strip_comments(const char* value) {
-  std::string out;
+// mailers; dropping them makes dates comparable. Trailing blanks left behind are trimmed. `out` has room
+// for the whole value; the result is terminated.
+void strip_comments(const char* value, char* out) {
+  size_t len = 0;
   int depth = 0;
   for (const char* p = value; *p != '\0'; ++p) {
     if (*p == '\\' && depth > 0 && p[1] != '\0') {
@@ -26,11 +26,11 @@ std::string strip_comments(const char* value) {
     } else if (*p == ')' && depth > 0) {
       --depth;
     } else if (depth == 0) {
-      out += *p;
+      out[len++] = *p;
     }
   }
-  while (!out.empty() && ascii_space(out.back())) out.pop_back();
-  return out;
+  while (len > 0 && ascii_space(out[len - 1])) --len;
+  out[len] = '\0';
 }
 
 // Alternatives nested deeper than this are not followed by the attachment probe.
@@ -93,7 +93,8 @@ void mail_struct_envelope::set_parameter(const char* name, const char* value) {
       break;
     case 'd':
       if (equals_nocase(name, "Date")) {
-        date.assign(strip_comments(value).c_str());
+        char* stripped = date.prepare(std::strlen(value));
+        if (stripped != nullptr) strip_comments(value, stripped);
       } else if (equals_nocase(name, "Disposition-Notification-To")) {
         disposition_notification_to.assign(value);
       }
@@ -143,6 +144,20 @@ void mail_struct_envelope::set_parameter(const char* name, const char* value) {
     default:
       break;
   }
+}
+
+void mail_struct_envelope::clear(size_t keep_bytes) {
+  clear_counts();
+  owned_str* const strings[] = {&date,       &subject,    &in_reply_to,
+                                &message_id, &message_context, &newsgroups,
+                                &disposition_notification_to, &content_type, &content_subtype};
+  for (owned_str* s : strings) s->trim(keep_bytes);
+  for (owned_str& s : address_text) s.trim(keep_bytes);
+  content_params.trim(keep_bytes);
+  priority = 3;
+  has_attachment = 0;
+  x_priority = 0;
+  importance = IMPORTANCE_ABSENT;
 }
 
 void mail_struct_envelope::normalize_priority() {

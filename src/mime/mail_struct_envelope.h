@@ -36,6 +36,8 @@ class mail_struct_envelope : public common_mail_struct {
   void parse_content_type(const char* value);
   // Forces the priority into 1..5; anything else becomes the normal priority 3.
   void normalize_priority();
+  // Back to the state of a new envelope; string and parameter buffers of at most `keep_bytes` stay.
+  void clear(size_t keep_bytes);
 
   // The address list of one header, parsed from its kept text now; null when the header is absent or holds
   // no address. The caller owns the list.

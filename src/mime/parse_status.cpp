@@ -30,6 +30,7 @@ void parse_status::reset() {
   position = -1;
   part_count = 0;
   stop = nullptr;
+  pool = nullptr;
   poll_countdown = MIME_STOP_POLL_LINES;
   outcome = parse_outcome::parsed;
 }

@@ -13,6 +13,8 @@
 namespace vorlane {
 namespace mime {
 
+class mail_struct_pool;
+
 // The line buffer and the largest unfolded header. A line is read as a C string into MIME_LINE_MAX
 // bytes, so one piece holds at most MIME_LINE_MAX - 1 bytes: a line ending at byte MIME_LINE_MAX or later
 // is split, and every piece counts as a line. Longer headers are truncated.
@@ -74,6 +76,7 @@ class parse_status {
   // reader when the countdown runs out) and the outcome.
   size_t part_count = 0;
   const std::atomic<bool>* stop = nullptr;
+  mail_struct_pool* pool = nullptr;  // where the parse takes its nodes from; null: new ones
   unsigned poll_countdown = MIME_STOP_POLL_LINES;
   parse_outcome outcome = parse_outcome::parsed;
 };

@@ -7,6 +7,7 @@
 #include "utils/bulk_read_file.h"
 
 using vorlane::mime::mail_struct;
+using vorlane::mime::mail_struct_pool;
 using vorlane::mime::parse_outcome;
 using vorlane::utils::BulkReadFile;
 
@@ -49,7 +50,9 @@ MessageRead readMessage(const MessageEntry& entry, MessageFacts& facts, std::str
     return MessageRead::Failed;
   }
   parse_outcome outcome = parse_outcome::parsed;
-  std::unique_ptr<mail_struct> parsed(mail_struct::parse(&file, stop, &outcome));
+  // Each thread builds its trees from the nodes of the trees it has classified before.
+  thread_local mail_struct_pool pool;
+  std::unique_ptr<mail_struct> parsed(mail_struct::parse(&file, stop, &outcome, &pool));
   if (outcome == parse_outcome::stopped) return MessageRead::Stopped;
   if (outcome == parse_outcome::too_many_parts) {
     error = "More than " + std::to_string(vorlane::mime::MIME_MAX_PARTS) + " parts in " + path +
@@ -57,6 +60,10 @@ MessageRead readMessage(const MessageEntry& entry, MessageFacts& facts, std::str
   }
   facts = classifyMessage(parsed.get());
   facts.size = static_cast<unsigned long long>(opened.st_size);
-  if (tree) *tree = std::move(parsed);
+  if (tree) {
+    *tree = std::move(parsed);
+  } else {
+    pool.give_back(parsed.release());
+  }
   return MessageRead::Counted;
 }

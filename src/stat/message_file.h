@@ -8,7 +8,8 @@
 // one) opens and reads as an empty stream, so it yields its stat size and an empty message. The file is
 // read without taking a lock: the mail server may hold locks on it, and a statistics reader never waits.
 //
-// Threading: no shared state; any number of threads may read messages at the same time.
+// Threading: no shared state; any number of threads may read messages at the same time. Each thread
+// keeps the nodes of the trees it has classified for its next parse (a bounded pool, mail_struct_pool.h).
 #pragma once
 
 #include <dirent.h>

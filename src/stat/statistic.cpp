@@ -44,10 +44,33 @@ void writeField(std::ostream& out, const char (&text)[N]) {
 
 }  // namespace
 
-void Statistic::addMessageCollection(const CollectionPtr& collection) { messageCollections.push_back(collection); }
+void Statistic::addMessageCollection(const CollectionPtr& collection) {
+  messageCollections.push_back(collection);
+  forgetMatches();
+}
 
 void Statistic::purge() {
   messageCollections.clear();
+  forgetMatches();
+}
+
+const std::vector<Collection*>& Statistic::matchingCollections(const MessageFolder& folder) {
+  if (matchedValid_ && folder.type == matchedType_ && folder.folder == matchedFolder_ &&
+      folder.user == matchedUser_ && folder.domain == matchedDomain_) {
+    return matched_;
+  }
+  matched_.clear();
+  for (const CollectionPtr& collection : messageCollections) {
+    if (collection->matchFolder(folder.domain, folder.user, folder.folder, folder.type)) {
+      matched_.push_back(collection.get());
+    }
+  }
+  matchedDomain_ = folder.domain;
+  matchedUser_ = folder.user;
+  matchedFolder_ = folder.folder;
+  matchedType_ = folder.type;
+  matchedValid_ = true;
+  return matched_;
 }
 
 void Statistic::addDomainInfo() {
@@ -78,8 +101,7 @@ void Statistic::addMessageInfo(const MessageFolder& folder, const MessageFacts& 
   const int32_t attachment =
       attachmentSize(message.size, message.headerSize, message.plainTextSize, message.htmlSize, message.rtfSize);
 
-  for (const CollectionPtr& collection : messageCollections) {
-    if (!collection->matchFolder(folder.domain, folder.user, folder.folder, folder.type)) continue;
+  for (Collection* collection : matchingCollections(folder)) {
     Collection& c = *collection;
     c.addValue(Counter::MessageCount, 1);
     c.addValue(Counter::MessageSize, message.size);

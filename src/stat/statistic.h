@@ -1,6 +1,8 @@
 // The aggregate statistic of one run: the ordered collections of the report, the feeding calls
 // that turn the store walk's facts (domain, folder, message) into counter samples, and the writer
 // of the whole XML report text. No I/O besides the stream given to report().
+// The collections whose rule matches a folder are found once for a run of messages of the same folder
+// (a folder's messages arrive together), so a collection's rule must not change once messages are fed.
 // Not thread-safe: fed and reported by the single counter thread of a run.
 #pragma once
 
@@ -37,7 +39,9 @@ class Statistic : private boost::noncopyable {
     const std::string& folder;
     Collection::FolderType type;
   };
-  // One message was read from its file or from an index line.
+  // One message was read from its file or from an index line. The matching collections of the last
+  // folder are remembered; the next message of the same folder (same domain, user, name and type) is
+  // counted without asking the rules again.
   void addMessageInfo(const MessageFolder& folder, const MessageFacts& message);
   // Bracket the walk of one user's folders (the public tree counts as one user). Only the public
   // type is tested, so a user without a matching folder still adds a sample of 0.
@@ -49,5 +53,16 @@ class Statistic : private boost::noncopyable {
   void report(std::ostream& out, vorlane::vstat::ProcessStoreReqBuffT request) const;
 
  private:
+  // The collections matching `folder`, looked up again only when it differs from the last one.
+  const std::vector<Collection*>& matchingCollections(const MessageFolder& folder);
+  void forgetMatches() { matchedValid_ = false; }
+
   std::vector<CollectionPtr> messageCollections;
+  // The last folder a message was counted for, and its matching collections (owned by the list above).
+  bool matchedValid_ = false;
+  std::string matchedDomain_;
+  std::string matchedUser_;
+  std::string matchedFolder_;
+  Collection::FolderType matchedType_ = Collection::MailFolder;
+  std::vector<Collection*> matched_;
 };
