@@ -4,8 +4,8 @@
 
 #include "stat/counter_catalogue.h"
 
-// The full layout of every collection, limits included, is checked by the complete report in
-// report_test.cpp; these tests cover what a report cannot show.
+// The full layout of every collection, counter names and limits included, is checked by the complete
+// report in report_test.cpp; these tests cover what a report cannot show.
 
 TEST(Catalogue, RedefiningPurgesEarlierCollectionsAndStartsFromZero) {
   Statistic statistic;
@@ -25,24 +25,6 @@ TEST(Catalogue, RedefiningPurgesEarlierCollectionsAndStartsFromZero) {
     EXPECT_NE(c, first);
     for (const auto& entry : c->getCounters()) EXPECT_EQ(entry.second->getCount(), 0u) << c->name;
   }
-}
-
-// The numbers are the interface: 9 is plain text with RTF, 10 plain text with HTML.
-TEST(Catalogue, CounterNamesFollowTheTypeNumbers) {
-  struct Case {
-    unsigned int type;
-    const char* name;
-  };
-  const Case cases[] = {
-      {0, "Message count"},
-      {6, "Attachment size"},
-      {9, "Count of messages with plain text and RTF body"},
-      {10, "Count of messages with plain text and HTML body"},
-      {21, "Folder count per user - temporary"},
-      {22, "Domain count"},
-      {23, ""},
-  };
-  for (const Case& c : cases) EXPECT_STREQ(counterName(static_cast<Counter::Type>(c.type)), c.name) << c.type;
 }
 
 // The temporary per-user counter is paired with its histogram wherever it exists; a collection

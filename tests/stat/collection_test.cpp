@@ -1,11 +1,9 @@
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "stat/collection.h"
-#include "stat/histogram_counter.h"
 
 namespace {
 
@@ -75,6 +73,8 @@ TEST(Collection, MatchFolderAppliesPublicTypeFolderTypeNameAndSubstringRules) {
       {Rule{Collection::AnyFolderType, 0, 0, {}, {}}, {"#public", "Projects", "", kMail}, false},
       {Rule{kMail, 1, 0, {}, {}}, {"example.com", "alice", "INBOX", kMail}, false},
       {Rule{kMail, 1, 0, {}, {}}, {"example.com", "#public", "Shared", kMail}, true},
+      {Rule{kMail, 1, 0, {}, {}}, {"#PUBLIC", "Projects", "", kMail}, false},
+      {Rule{kMail, 3, 0, {}, {}}, {"#public", "Projects", "", kMail}, false},
       // Public folders by their marked path; a public user in another domain: the domain and the user are
       // not part of the name.
       {Rule{kMail, 1, Collection::AnyOf, {"#PUBLIC/projects/plans"}, {}},
@@ -104,92 +104,4 @@ TEST(Collection, MatchFolderAppliesPublicTypeFolderTypeNameAndSubstringRules) {
         << "comparison " << c.rule.comparison << ", folder " << c.folder.domain << " | " << c.folder.user << " | "
         << c.folder.folder;
   }
-}
-
-TEST(Collection, MatchPublicTypeLooksOnlyAtTheMarker) {
-  struct Case {
-    int32_t publicType;
-    const char* domain;
-    const char* user;
-    bool matches;
-  };
-  const Case cases[] = {
-      {0, "example.com", "alice", true}, {0, "#public", "", false},          {0, "example.com", "#public", false},
-      {1, "example.com", "alice", false}, {1, "#public", "", true},          {1, "x", "#public", true},
-      {2, "example.com", "alice", true}, {2, "#public", "", true},           {1, "#PUBLIC", "", false},
-      {3, "#public", "", false},
-  };
-  for (const Case& c : cases) {
-    Collection collection;
-    collection.publicType = c.publicType;
-    EXPECT_EQ(collection.matchPublicType(c.domain, c.user), c.matches)
-        << "publicType " << c.publicType << " " << c.domain << " | " << c.user;
-  }
-}
-
-TEST(Collection, AddValueFeedsOnlyTheCounterOfThatType) {
-  Collection collection;
-  collection.addCounter(Counter::MessageCount, "Message count", true);
-  collection.addCounter(Counter::MessageSize, "Message size", false);
-  collection.addValue(Counter::MessageSize, 42);
-  collection.addValue(Counter::AttachmentSize, 7);
-  EXPECT_EQ(collection.getCounter(Counter::MessageCount)->getCount(), 0u);
-  EXPECT_EQ(collection.getCounter(Counter::MessageSize)->getSum(), 42u);
-  EXPECT_FALSE(collection.getCounter(Counter::AttachmentSize));
-  EXPECT_EQ(collection.getCounters().size(), 2u);
-}
-
-// Each user adds one sample, the number of its matching folders; zero included.
-TEST(Collection, PerUserCountersBecomeOneSamplePerUser) {
-  const unsigned long long limits[] = {0, 1, 2, 3};
-  Collection collection;
-  collection.addCounter(Counter::FolderCountPerUserTemporary, "Folder count per user - temporary", true);
-  collection.addHistogram(Counter::FolderCountPerUser, "Folder count per user", limits, 4);
-
-  collection.resetUserCounters();
-  collection.addValue(Counter::FolderCountPerUserTemporary, 1);
-  collection.addValue(Counter::FolderCountPerUserTemporary, 1);
-  collection.mergeUserCounters();
-  EXPECT_EQ(collection.getCounter(Counter::FolderCountPerUserTemporary)->getCount(), 0u);
-
-  collection.resetUserCounters();
-  collection.mergeUserCounters();
-
-  // Left-overs from before a reset are not carried into the next user.
-  collection.addValue(Counter::FolderCountPerUserTemporary, 1);
-  collection.resetUserCounters();
-  collection.addValue(Counter::FolderCountPerUserTemporary, 1);
-  collection.mergeUserCounters();
-
-  const Collection::CounterPtr perUser = collection.getCounter(Counter::FolderCountPerUser);
-  EXPECT_EQ(perUser->getCount(), 3u);
-  EXPECT_EQ(perUser->getSum(), 3u);
-  const std::vector<HistogramItem>& buckets = dynamic_cast<HistogramCounter&>(*perUser).getHistogramData();
-  EXPECT_EQ(buckets[0].count, 1u);
-  EXPECT_EQ(buckets[1].count, 1u);
-  EXPECT_EQ(buckets[2].count, 1u);
-}
-
-// Counters appear in type order whatever the order of adding; the temporary one never appears.
-TEST(Collection, ReportListsCountersByTypeWithoutTheTemporaryOne) {
-  Collection collection;
-  collection.name = "IPF.Note - folder INBOX";
-  collection.folderType = Collection::MailFolder;
-  collection.publicType = Collection::UserFolders;
-  collection.comparison = Collection::AnyOf;
-  collection.addCounter(Counter::FolderCountPerUserTemporary, "Folder count per user - temporary", true);
-  collection.addCounter(Counter::SignedMessageCount, "Signed message count", true);
-  collection.addCounter(Counter::MessageCount, "Message count", true);
-  collection.addValue(Counter::FolderCountPerUserTemporary, 1);
-  std::ostringstream out;
-  collection.report(out);
-  EXPECT_EQ(out.str(),
-            "<collection name='IPF.Note - folder INBOX' publicType='0' folderType='0' comparison='1'>\n"
-            "\t\t\t<counter name='Message count'>\n"
-            "\t\t\t\t<value>0</value>\n"
-            "\t\t\t</counter>\n"
-            "\t\t\t<counter name='Signed message count'>\n"
-            "\t\t\t\t<value>0</value>\n"
-            "\t\t\t</counter>\n"
-            "</collection>\n");
 }

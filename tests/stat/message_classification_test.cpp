@@ -85,10 +85,4 @@ TEST(MessageClassification, TopLevelShapesGiveTheirBodySizes) {
   }
 }
 
-TEST(MessageClassification, NoTreeClassifiesAsNothing) {
-  MessageFacts got = classifyMessage(nullptr);
-  EXPECT_EQ(got.headerSize + got.plainTextSize + got.htmlSize + got.rtfSize, 0u);
-  EXPECT_FALSE(got.isSigned || got.isEncrypted);
-}
-
 }  // namespace

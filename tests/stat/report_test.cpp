@@ -30,7 +30,6 @@
 //     30000, avg 9625.00, 4 folders; user folders: 3 messages, 8500, avg 2833.33.
 #include <cstring>
 #include <fstream>
-#include <iomanip>
 #include <sstream>
 #include <string>
 #include <vector>
@@ -80,32 +79,7 @@ void feedSmallStore(Statistic& statistic) {
   statistic.mergeUserCounters("#public", "");
 }
 
-const char* const kHead =
-    "<!-- Vorlane MailHub message store statistical data -->\n"
-    "<!-- this report includes only statistical data that will be used only for internal purposes of Vorlane "
-    "Works -->\n"
-    "\n"
-    "<vlsStoreStatistic version='0.3'>\n";
-
 }  // namespace
-
-// The version stays "0.3" even on a stream that an earlier report left in fixed notation.
-TEST(Report, WithoutCollectionsHoldsHeadProductLinesAndRoot) {
-  const std::string expected = std::string(kHead) +
-                               "\t<productVersion>7.2.1</productVersion>\n"
-                               "\t<build>4711</build>\n"
-                               "\t<osName>Linux</osName>\n"
-                               "\t<osCode>3</osCode>\n"
-                               "</vlsStoreStatistic>\n";
-  Statistic statistic;
-  std::ostringstream out;
-  statistic.report(out, makeRequest("7.2.1", 4711, "Linux", 3));
-  EXPECT_EQ(out.str(), expected);
-  out.str("");
-  out << std::fixed << std::setprecision(2);
-  statistic.report(out, makeRequest("7.2.1", 4711, "Linux", 3));
-  EXPECT_EQ(out.str(), expected);
-}
 
 // Texts are written as they stand; a field that fills its whole array is cut at the array's end.
 TEST(Report, RequestTextsAreUnescapedAndBounded) {
