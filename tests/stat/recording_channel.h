@@ -1,6 +1,6 @@
 // Test helpers for the statistics job, run in process: a channel that records what a requester would
 // see, with hooks that act as each event or line goes out (request the stop, change the store), and
-// short ways to run a job, generate a store and read one counter. One job thread at a time.
+// short ways to run a job and read one counter. One job thread at a time.
 #pragma once
 
 #include <functional>
@@ -11,7 +11,7 @@
 
 #include <gtest/gtest.h>
 
-#include "mkstore/store_generator.h"
+#include "../support/generated_store.h"
 #include "stat/statistics_job.h"
 
 namespace vorlane {
@@ -55,14 +55,6 @@ inline std::unique_ptr<StatisticsJob> runJob(const std::string& storeDir, JobCha
   job->setDetailsPath(detailsPath);
   job->run();
   return job;
-}
-
-// Writes the generator's store of `messages` messages from `seed` into dir (always the same bytes).
-inline bool generateStore(const std::string& dir, uint64_t messages, uint64_t seed, mkstore::Manifest& manifest) {
-  std::string error;
-  if (mkstore::generateStore(mkstore::StoreOptions{messages, seed, dir, true}, manifest, error)) return true;
-  ADD_FAILURE() << error;
-  return false;
 }
 
 // The named collection's counter of that type; throws (and so fails the test) when either is missing.
