@@ -33,17 +33,12 @@ const long kJobMs = 60000;
 class ServerJob {
  public:
   explicit ServerJob(const std::string& scratchDir)
-      : debugPath_(scratchDir + "/debug.log"), stderrPath_(scratchDir + "/stderr.log") {}
+      : ServerJob(scratchDir + "/debug.log", scratchDir + "/stderr.log") {}
+  ServerJob(const std::string& debugPath, const std::string& stderrPath)
+      : debugPath_(debugPath), stderrPath_(stderrPath) {}
 
-  // Starts the server and sends ProcessStore for storeDir (product 9.1, build 4711, Linux, OS code 3);
-  // true once the request is written.
-  bool start(const std::string& storeDir, bool lock = true) {
-    static const std::atomic<bool> never{false};
-    std::string error;
-    if (lock && client_.lockReport(never, error) != ReportLock::Acquired) {
-      ADD_FAILURE() << error;
-      return false;
-    }
+  // Starts the server program alone, with its debug file and standard error redirected.
+  bool startServer() {
     setenv("VSTAT_DEBUG", debugPath_.c_str(), 1);
     const int savedStderr = dup(2);
     const int childStderr = open(stderrPath_.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0600);
@@ -55,10 +50,21 @@ class ServerJob {
     }
     if (childStderr >= 0) close(childStderr);
     unsetenv("VSTAT_DEBUG");
-    if (!started) {
-      ADD_FAILURE() << "cannot start " << kServer << ": " << (redirected ? client_.lastError() : strerror(errno));
+    if (!started) ADD_FAILURE() << "cannot start " << kServer << ": " << (redirected ? client_.lastError() : strerror(errno));
+    return started;
+  }
+
+  // Takes the report lock unless `lock` is false (the server then takes it itself), starts the server
+  // and sends ProcessStore for storeDir (product 9.1, build 4711, Linux, OS code 3); true once the
+  // request is written.
+  bool start(const std::string& storeDir, bool lock = true) {
+    static const std::atomic<bool> never{false};
+    std::string error;
+    if (lock && client_.lockReport(never, error) != ReportLock::Acquired) {
+      ADD_FAILURE() << error;
       return false;
     }
+    if (!startServer()) return false;
     vstat::ProcessStoreReqBuffT request{};
     storeDir.copy(request.storeDir, sizeof request.storeDir - 1);
     std::strcpy(request.productVersion, "9.1");
