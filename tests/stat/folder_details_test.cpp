@@ -47,31 +47,15 @@ std::vector<std::string> directoryEntries(const std::string& dir) {
 TEST(FolderDetailsWriter, WritesHeaderFoldersAndEndLineInto0600File) {
   TempDir dir;
   const std::string path = dir.file("details.jsonl");
-  DetailsHeader header;
-  header.store = "/srv/store";
-  header.productVersion = "9.1";
-  header.build = 4711;
-  header.osName = "Linux";
-  header.osCode = 3;
-  header.date = 86400 + 3661;  // 1970-01-02 01:01:01 UTC
+  const DetailsHeader header{"/srv/store", "9.1", 4711, "Linux", 3, 86400 + 3661};  // 1970-01-02 01:01:01 UTC
   std::string error;
   FolderDetailsWriter writer;
   ASSERT_TRUE(writer.open(path, header, error)) << error;
   EXPECT_FALSE(std::filesystem::exists(path)) << "visible before the job ends";
 
   FolderDetails inbox = folderDetailsAt("example.com", "anna", "INBOX", Collection::MailFolder, true);
-  MessageFacts signedMessage;
-  signedMessage.size = 5000;
-  signedMessage.headerSize = 1000;
-  signedMessage.plainTextSize = 2000;
-  signedMessage.isSigned = true;
-  MessageFacts encryptedMessage;
-  encryptedMessage.size = 300;
-  encryptedMessage.headerSize = 100;
-  encryptedMessage.htmlSize = 150;
-  encryptedMessage.isEncrypted = true;
-  inbox.addMessage(signedMessage);
-  inbox.addMessage(encryptedMessage);
+  inbox.addMessage(MessageFacts{"", 5000, 1000, 2000, 0, 0, true, false});
+  inbox.addMessage(MessageFacts{"", 300, 100, 0, 150, 0, false, true});
   writer.write(inbox);
   writer.write(folderDetailsAt("example.com", "anna", "Tasks", static_cast<Collection::FolderType>(42), false));
   ASSERT_TRUE(writer.finish(true, error)) << error;
