@@ -25,10 +25,7 @@
 #include "stat/job_facts.h"
 
 namespace vstat = vorlane::vstat;
-using vorlane::testing::kAnswerMs;
-using vorlane::testing::readFile;
-using vorlane::testing::ServerJob;
-using vorlane::testing::TempDir;
+using namespace vorlane::testing;
 using vstat::kReportPath;
 
 namespace {

@@ -28,13 +28,7 @@
 
 namespace vstat = vorlane::vstat;
 namespace mkstore = vorlane::mkstore;
-using vorlane::testing::generateStore;
-using vorlane::testing::kAnswerMs;
-using vorlane::testing::kJobMs;
-using vorlane::testing::kServer;
-using vorlane::testing::readFile;
-using vorlane::testing::ServerJob;
-using vorlane::testing::TempDir;
+using namespace vorlane::testing;
 
 namespace {
 
