@@ -64,7 +64,7 @@ class Fault : public ::testing::Test {
     return scratch.mkdirs("mail/" + domain + "/" + mailbox + "/#msgs") + "/";
   }
 
-  TempDir scratch;
+  TempDir scratch{TempDir::InMemory};
 };
 
 // A stop, or the parent ending the conversation in each of the ways it can, in the middle of a walk

@@ -45,7 +45,7 @@ void expectFigures(const std::string& report, const mkstore::Manifest& manifest,
 }
 
 TEST(Scan, JobOnAGeneratedStoreReportsWhatTheGeneratorWrote) {
-  TempDir store;
+  TempDir store(TempDir::InMemory);
   mkstore::Manifest m;
   ASSERT_TRUE(generateStore(store.path(), 3000, 1, m));
   ServerJob job(store.path());
@@ -129,7 +129,7 @@ class ScanProcess {
 
 // Two scans of different stores at the same time: each shows and copies the report of its own store.
 TEST(Scan, ConcurrentScansEachGetTheReportOfTheirOwnStore) {
-  TempDir work, first, second;
+  TempDir work, first(TempDir::InMemory), second(TempDir::InMemory);
   mkstore::Manifest manifests[2];
   ASSERT_TRUE(generateStore(first.path(), 300, 21, manifests[0]));
   ASSERT_TRUE(generateStore(second.path(), 500, 22, manifests[1]));
@@ -153,7 +153,7 @@ TEST(Scan, ConcurrentScansEachGetTheReportOfTheirOwnStore) {
 // waits and goes on once the lock is free, and a server started without a client's lock waits too:
 // stopped while waiting, it ends without a report and says why.
 TEST(Scan, HeldReportLockMakesScansWaitOrGiveUp) {
-  TempDir work, store;
+  TempDir work, store(TempDir::InMemory);
   mkstore::Manifest manifest;
   ASSERT_TRUE(generateStore(store.path(), 50, 23, manifest));
   ReportLock held(vstat::kReportLockPath);

@@ -127,7 +127,7 @@ TEST(FolderDetailsWriter, UnfinishedOrFailedFileLeavesNothingBehind) {
 // backslash, a control character and a cut sequence. The details leave the report as it is and their
 // folder lines add up to its totals; a stopped job ends them as partial, adding up to what it counted.
 TEST(JobDetails, FolderLinesAddUpToTheReportAndAStoppedJobEndsThemAsPartial) {
-  TempDir dir;
+  TempDir dir(TempDir::InMemory);
   vorlane::mkstore::Manifest manifest;
   ASSERT_TRUE(vorlane::testing::generateStore(dir.file("store"), 400, 5, manifest));
   const std::string oddDomain = "caf\xc3\xa9.example", oddMailbox = "m\xfcller";

@@ -108,7 +108,7 @@ TEST(ParallelJob, ParserThreadsChangeNothingTheRequesterSees) {
                                  };
                                }};
   // One store for the scenarios that leave it as it is; a fresh one for every run that removes files.
-  TempDir shared;
+  TempDir shared(TempDir::InMemory);
   const std::string sharedStore = makeStore(shared);
   ASSERT_FALSE(sharedStore.empty());
   Transcript wholeStore;
@@ -116,7 +116,7 @@ TEST(ParallelJob, ParserThreadsChangeNothingTheRequesterSees) {
                                    stopAtSkippedFile(5), vanishing}) {
     Transcript single;
     for (unsigned threads : {1u, 2u, 8u}) {
-      TempDir own;
+      TempDir own(TempDir::InMemory);
       const std::string store = scenario.name == vanishing.name ? makeStore(own) : sharedStore;
       ASSERT_FALSE(store.empty());
       const Transcript t = runJob(store, threads, scenario, own.file("report.xml"));

@@ -37,7 +37,7 @@ class Job : public ::testing::Test {
   }
 
   const std::string kAny = "Any folder class - any folder type";
-  TempDir store;
+  TempDir store{TempDir::InMemory};  // the deep tree is removed quickly there
   RecordingChannel channel;
   std::unique_ptr<StatisticsJob> job;
 };
