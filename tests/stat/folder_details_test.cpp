@@ -11,6 +11,7 @@
 
 #include <nlohmann/json.hpp>
 
+#include "../support/generated_store.h"
 #include "../support/temp_dir.h"
 #include "recording_channel.h"
 #include "utils/base64.h"

@@ -13,6 +13,7 @@
 #include <string>
 #include <vector>
 
+#include "../support/generated_store.h"
 #include "../support/temp_dir.h"
 #include "recording_channel.h"
 

@@ -9,9 +9,6 @@
 #include <string>
 #include <vector>
 
-#include <gtest/gtest.h>
-
-#include "../support/generated_store.h"
 #include "stat/statistics_job.h"
 
 namespace vorlane {
