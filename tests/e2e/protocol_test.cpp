@@ -37,20 +37,6 @@ std::vector<unsigned char> wireHeader(uint64_t size, uint32_t type, uint32_t seq
   return out;
 }
 
-// A GenericResp as the server must write it: text zero-padded to 256 bytes, code big-endian.
-void expectGeneric(const MsgPtr& msg, uint32_t seq, int32_t code, const char* text) {
-  ASSERT_TRUE(msg);
-  EXPECT_EQ(msg->type, uint32_t(GenericResp));
-  EXPECT_EQ(msg->seq, seq);
-  ASSERT_EQ(msg->size, 276u);
-  std::vector<char> expected(260, 0);
-  std::strcpy(expected.data(), text);
-  putU32(expected.data() + 256, static_cast<uint32_t>(code));
-  EXPECT_EQ(0, std::memcmp(msg->payload(), expected.data(), 260))
-      << "text \"" << std::string(msg->payload(), strnlen(msg->payload(), 256)) << "\" code "
-      << static_cast<int32_t>(getU32(msg->payload() + 256));
-}
-
 class Protocol : public ::testing::Test {
  protected:
   void SetUp() override { ASSERT_TRUE(server.start(kServer)) << server.lastError(); }
@@ -67,15 +53,22 @@ class Protocol : public ::testing::Test {
     return msg;
   }
 
+  // A GenericResp as the server must write it: text zero-padded to 256 bytes, code big-endian.
   void expectGenericAnswer(uint32_t seq, int32_t code, const char* text) {
-    MsgPtr msg = answer(GenericResp, seq);
-    expectGeneric(msg, seq, code, text);
+    const MsgPtr msg = answer(GenericResp, seq);
+    ASSERT_TRUE(msg);
+    ASSERT_EQ(msg->size, 276u);
+    std::vector<char> expected(260, 0);
+    std::strcpy(expected.data(), text);
+    putU32(expected.data() + 256, static_cast<uint32_t>(code));
+    EXPECT_EQ(0, std::memcmp(msg->payload(), expected.data(), 260))
+        << "text \"" << std::string(msg->payload(), strnlen(msg->payload(), 256)) << "\" code "
+        << static_cast<int32_t>(getU32(msg->payload() + 256));
   }
 
   // The server still serves: a protocol version request is answered with 301, big-endian.
   void expectStillServing() {
-    const uint32_t seq = request(GetProtocolVersion);
-    MsgPtr msg = answer(ProtocolVersionResp, seq);
+    const MsgPtr msg = answer(ProtocolVersionResp, request(GetProtocolVersion));
     ASSERT_TRUE(msg);
     EXPECT_EQ(msg->type, uint32_t(ProtocolVersionResp));
     ASSERT_EQ(msg->size, 20u);
@@ -86,26 +79,22 @@ class Protocol : public ::testing::Test {
   // Reads until the server closes its output; returns what came (heartbeats included).
   std::vector<MsgPtr> drainToEnd() {
     std::vector<MsgPtr> got;
-    for (;;) {
-      MsgPtr msg;
-      const ServerProcess::Result r = server.receive(msg, kAnswerMs);
-      if (r != ServerProcess::kOk) {
-        EXPECT_EQ(r, ServerProcess::kClosed) << server.lastError();
-        return got;
-      }
-      got.push_back(std::move(msg));
-    }
-  }
-
-  void expectCleanExit() {
-    ChildExit how;
-    ASSERT_TRUE(server.waitExit(kAnswerMs, &how)) << "server did not end";
-    EXPECT_TRUE(how.exited) << "killed by signal " << how.signal;
-    EXPECT_EQ(how.code, 0);
+    MsgPtr msg;
+    ServerProcess::Result r;
+    while ((r = server.receive(msg, kAnswerMs)) == ServerProcess::kOk) got.push_back(std::move(msg));
+    EXPECT_EQ(r, ServerProcess::kClosed) << server.lastError();
+    return got;
   }
 
   ServerProcess server;
 };
+
+// The child's end: by itself, with status 0, never by a signal.
+void expectCleanExit(ServerProcess& server) {
+  ChildExit how;
+  ASSERT_TRUE(server.waitExit(kAnswerMs, &how)) << "server did not end";
+  EXPECT_TRUE(how.exited && how.code == 0) << "exit code " << how.code << ", signal " << how.signal;
+}
 
 TEST(ServerStart, MissingOrBadDescriptorsExit255WithoutWriting) {
   int out[2];
@@ -194,10 +183,9 @@ TEST_F(Protocol, LogTogglesAnswerOkAndShortTogglesAreRefused) {
 }
 
 TEST_F(Protocol, TerminateIsAnsweredThenTheServerExitsWithZero) {
-  const uint32_t seq = request(Terminate);
-  expectGenericAnswer(seq, 0, "O.K. DLL server is about terminate");
+  expectGenericAnswer(request(Terminate), 0, "O.K. DLL server is about terminate");
   drainToEnd();
-  expectCleanExit();
+  expectCleanExit(server);
 }
 
 // An echo is answered and the server goes on. Kept behaviour: an echo discards as many bytes again as its
@@ -232,10 +220,7 @@ TEST(ServerLifetime, ParentVanishingAtAnyMomentEndsTheServerCleanly) {
       if (c.closeRead) server.closeReadEnd();
       if (c.requestAfter) server.sendRequest(GetProtocolVersion, nullptr, 0, kAnswerMs);
       if (c.closeWrite) server.closeWriteEnd();
-      ChildExit how;
-      ASSERT_TRUE(server.waitExit(kAnswerMs, &how)) << "server did not end";
-      EXPECT_TRUE(how.exited) << "killed by signal " << how.signal;
-      EXPECT_EQ(how.code, 0);
+      expectCleanExit(server);
     }
   }
 }
@@ -270,10 +255,10 @@ TEST(ServerLifetime, ParentThatTakesNothingIsGivenUpOnAfterTheGrace) {
     }
   }
   for (size_t i = 0; i < servers.size(); ++i) {
+    SCOPED_TRACE(i);
     ChildExit how;
-    ASSERT_TRUE(servers[i]->waitExit(kGraceMs + kLeewayMs, &how)) << "case " << i << ": server did not end";
-    EXPECT_TRUE(how.exited) << "case " << i << ": killed by signal " << how.signal;
-    EXPECT_EQ(how.code, 0) << "case " << i;
+    ASSERT_TRUE(servers[i]->waitExit(kGraceMs + kLeewayMs, &how)) << "server did not end";
+    EXPECT_TRUE(how.exited && how.code == 0) << "exit code " << how.code << ", signal " << how.signal;
   }
 }
 
@@ -293,7 +278,7 @@ TEST_F(Protocol, ImpossibleSizeEndsTheConversationWithAnErrorRecord) {
       EXPECT_NE(std::string(msg->payload() + 4).find("protocol error"), std::string::npos);
     }
     EXPECT_TRUE(logged);
-    expectCleanExit();
+    expectCleanExit(server);
     ASSERT_TRUE(server.start(kServer)) << server.lastError();
   }
 }

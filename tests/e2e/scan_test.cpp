@@ -11,112 +11,47 @@
 #include <sys/wait.h>
 #include <unistd.h>
 
-#include <atomic>
 #include <chrono>
-#include <fstream>
 #include <memory>
-#include <sstream>
 #include <string>
 #include <thread>
 #include <vector>
 
 #include <gtest/gtest.h>
 
+#include "../support/generated_store.h"
 #include "../support/temp_dir.h"
 #include "mkstore/report_check.h"
-#include "mkstore/store_generator.h"
+#include "server_job.h"
 #include "stat/job_facts.h"
 #include "stat/report_lock.h"
-#include "stat/stat_job_client.h"
-#include "vcom/message_types.h"
 
-using namespace vorlane;
-using vcom::ServerProcess;
-using vstat::JobMessage;
+namespace vstat = vorlane::vstat;
+namespace mkstore = vorlane::mkstore;
+using namespace vorlane::testing;
 
 namespace {
 
-const char* const kServer = VSTAT_BIN_DIR "/vstatserver";
 const char* const kVstat = VSTAT_BIN_DIR "/vstat";
-const long kJobMs = 60000;
-// Answers come at once; the generous bound only matters on a machine loaded by sanitizer builds.
-const long kAnswerMs = 20000;
 
-std::string readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::stringstream text;
-  text << in.rdbuf();
-  return text.str();
-}
-
-// Writes a sample store of `messages` messages from `seed` into `dir`.
-bool generate(const vorlane::testing::TempDir& dir, uint64_t seed, mkstore::Manifest& manifest,
-              uint64_t messages = 3000) {
-  mkstore::StoreOptions options;
-  options.messages = messages;
-  options.seed = seed;
-  options.outDir = dir.path();
-  options.force = true;
+// The generator's totals are all in the report.
+void expectFigures(const std::string& report, const mkstore::Manifest& manifest, const std::string& what) {
+  std::vector<mkstore::ReportFigure> figures;
   std::string error;
-  const bool ok = mkstore::generateStore(options, manifest, error);
-  EXPECT_TRUE(ok) << error;
-  return ok;
-}
-
-// Starts a job as `vstat scan` does: with the report lock taken first, unless `lock` is false (the
-// server then takes it itself).
-bool startJob(vstat::StatJobClient& client, const std::string& storeDir, bool lock = true) {
-  static const std::atomic<bool> never{false};
-  std::string error;
-  if (lock && client.lockReport(never, error) != ReportLock::Acquired) {
-    ADD_FAILURE() << error;
-    return false;
+  ASSERT_TRUE(mkstore::compareReport(report, manifest, figures, error)) << what << ": " << error;
+  for (const mkstore::ReportFigure& f : figures) {
+    EXPECT_EQ(f.found, f.expected) << what << ": " << f.collection << " / " << f.counter;
   }
-  vstat::ProcessStoreReqBuffT request{};
-  storeDir.copy(request.storeDir, sizeof request.storeDir - 1);
-  std::string("9.1").copy(request.productVersion, sizeof request.productVersion - 1);
-  request.build = 4711;
-  std::string("Linux").copy(request.osName, sizeof request.osName - 1);
-  request.osCode = 3;
-  EXPECT_TRUE(client.start(kServer)) << client.lastError();
-  return client.startJob(request, kAnswerMs);
-}
-
-// Every progress event up to the end of the server's output.
-std::vector<vstat::EventBuffT> events(vstat::StatJobClient& client) {
-  std::vector<vstat::EventBuffT> events;
-  JobMessage msg;
-  while (client.next(msg, kJobMs) == ServerProcess::kOk) {
-    if (msg.kind == JobMessage::Progress) events.push_back(msg.event);
-  }
-  return events;
-}
-
-void expectCleanExit(vstat::StatJobClient& client) {
-  vcom::ChildExit exit;
-  EXPECT_TRUE(client.finish(kJobMs, exit)) << "the server did not end";
-  EXPECT_TRUE(exit.exited && exit.code == 0) << "signal " << exit.signal;
-}
-
-// Generates a store of 3000 messages from `seed` and runs one job on it to its end, asking for a stop
-// as soon as it runs when `stop`; returns its progress events (none when the store cannot be made).
-std::vector<vstat::EventBuffT> runJob(uint64_t seed, bool stop, mkstore::Manifest& manifest) {
-  vorlane::testing::TempDir store;
-  if (!generate(store, seed, manifest)) return {};
-  vstat::StatJobClient client;
-  if (!startJob(client, store.path()) || !client.awaitStarted(kAnswerMs)) {
-    ADD_FAILURE() << "the job did not start: " << client.lastError();
-    return {};
-  }
-  EXPECT_TRUE(!stop || client.requestStop(kAnswerMs));
-  const std::vector<vstat::EventBuffT> seen = events(client);
-  expectCleanExit(client);
-  return seen;
 }
 
 TEST(Scan, JobOnAGeneratedStoreReportsWhatTheGeneratorWrote) {
+  TempDir store(TempDir::InMemory);
   mkstore::Manifest m;
-  const std::vector<vstat::EventBuffT> seen = runJob(1, false, m);
+  ASSERT_TRUE(generateStore(store.path(), 3000, 1, m));
+  ServerJob job(store.path());
+  ASSERT_TRUE(job.startRunning(store.path()));
+  const std::vector<vstat::EventBuffT> seen = job.events();
+  job.expectCleanExit();
   ASSERT_FALSE(seen.empty());
   for (size_t i = 0; i + 1 < seen.size(); ++i) {
     EXPECT_EQ(seen[i].run, 1u);
@@ -130,34 +65,23 @@ TEST(Scan, JobOnAGeneratedStoreReportsWhatTheGeneratorWrote) {
   EXPECT_EQ(seen.back().processed, m.mailboxes);
 
   const std::string report = readFile(vstat::kReportPath);
-  std::vector<mkstore::ReportFigure> figures;
-  std::string error;
-  ASSERT_TRUE(mkstore::compareReport(report, m, figures, error)) << error;
-  for (const mkstore::ReportFigure& f : figures) {
-    EXPECT_EQ(f.found, f.expected) << f.collection << " / " << f.counter;
-  }
+  expectFigures(report, m, "seed 1");
   EXPECT_TRUE(report == readFile(VSTAT_TEST_DATA_DIR "/report_seed1_3000.xml")) << "the report bytes changed";
 }
 
 TEST(Scan, EmptyStoreDirectoryIsAnsweredTwiceAndStartsNoJob) {
-  vstat::StatJobClient client;
-  ASSERT_TRUE(startJob(client, ""));
+  TempDir scratch;
+  ServerJob job(scratch.path());
+  ASSERT_TRUE(job.start(""));
   std::vector<int32_t> codes;
-  JobMessage msg;
-  while (codes.size() < 2 && client.next(msg, kAnswerMs) == ServerProcess::kOk) {
-    EXPECT_NE(msg.kind, JobMessage::Progress);
-    if (msg.kind == JobMessage::Refused) codes.push_back(msg.code);
+  vstat::JobMessage msg;
+  while (codes.size() < 2 && job.client().next(msg, kAnswerMs) == vorlane::vcom::ServerProcess::kOk) {
+    EXPECT_NE(msg.kind, vstat::JobMessage::Progress);
+    if (msg.kind == vstat::JobMessage::Refused) codes.push_back(msg.code);
   }
   EXPECT_EQ(codes, (std::vector<int32_t>{2, 5}));
-  expectCleanExit(client);
-}
-
-TEST(Scan, StopProcessingEndsTheJobWhichStillReports) {
-  mkstore::Manifest m;
-  const std::vector<vstat::EventBuffT> seen = runJob(7, true, m);
-  ASSERT_FALSE(seen.empty());
-  EXPECT_EQ(seen.back().run, 0u);
-  EXPECT_EQ(seen.back().done, 1u);
+  job.client().process().closeWriteEnd();
+  job.expectCleanExit();
 }
 
 // `vstat scan` as a user runs it, with its output in a file.
@@ -205,28 +129,22 @@ class ScanProcess {
 
 // Two scans of different stores at the same time: each shows and copies the report of its own store.
 TEST(Scan, ConcurrentScansEachGetTheReportOfTheirOwnStore) {
-  vorlane::testing::TempDir work, first, second;
+  TempDir work, first(TempDir::InMemory), second(TempDir::InMemory);
   mkstore::Manifest manifests[2];
-  ASSERT_TRUE(generate(first, 21, manifests[0], 300));
-  ASSERT_TRUE(generate(second, 22, manifests[1], 500));
+  ASSERT_TRUE(generateStore(first.path(), 300, 21, manifests[0]));
+  ASSERT_TRUE(generateStore(second.path(), 500, 22, manifests[1]));
   const std::string stores[2] = {first.path(), second.path()};
   for (int round = 0; round < 4; ++round) {
     std::vector<std::unique_ptr<ScanProcess>> scans;
     for (int i = 0; i < 2; ++i) {
-      scans.emplace_back(
-          new ScanProcess({stores[i], "--server", kServer, "--report", work.file(std::to_string(i)) + ".xml"},
-                          work.file(std::to_string(i) + ".out")));
+      const std::string name = std::to_string(i);
+      scans.emplace_back(new ScanProcess({stores[i], "--server", kServer, "--report", work.file(name + ".xml")},
+                                         work.file(name + ".out")));
     }
     for (int i = 0; i < 2; ++i) {
       ASSERT_EQ(scans[i]->wait(), 0) << scans[i]->output();
-      std::vector<mkstore::ReportFigure> figures;
-      std::string error;
-      ASSERT_TRUE(mkstore::compareReport(readFile(work.file(std::to_string(i)) + ".xml"), manifests[i], figures, error))
-          << error;
-      for (const mkstore::ReportFigure& f : figures) {
-        EXPECT_EQ(f.found, f.expected) << "round " << round << ", store " << i << ": " << f.collection << " / "
-                                       << f.counter;
-      }
+      expectFigures(work.read(std::to_string(i) + ".xml"), manifests[i],
+                    "round " + std::to_string(round) + ", store " + std::to_string(i));
     }
   }
 }
@@ -235,9 +153,9 @@ TEST(Scan, ConcurrentScansEachGetTheReportOfTheirOwnStore) {
 // waits and goes on once the lock is free, and a server started without a client's lock waits too:
 // stopped while waiting, it ends without a report and says why.
 TEST(Scan, HeldReportLockMakesScansWaitOrGiveUp) {
-  vorlane::testing::TempDir work, store;
+  TempDir work, store(TempDir::InMemory);
   mkstore::Manifest manifest;
-  ASSERT_TRUE(generate(store, 23, manifest, 50));
+  ASSERT_TRUE(generateStore(store.path(), 50, 23, manifest));
   ReportLock held(vstat::kReportLockPath);
   std::string error;
   ASSERT_EQ(held.tryAcquire(error), ReportLock::Acquired) << error;
@@ -246,31 +164,24 @@ TEST(Scan, HeldReportLockMakesScansWaitOrGiveUp) {
   EXPECT_EQ(impatient.wait(), 7);
   EXPECT_NE(impatient.output().find("another scan is running"), std::string::npos) << impatient.output();
 
-  vstat::StatJobClient client;
-  ASSERT_TRUE(startJob(client, store.path(), false));
-  ASSERT_TRUE(client.awaitStarted(kAnswerMs));
+  ServerJob job(work.path());
+  ASSERT_TRUE(job.start(store.path(), false));
+  ASSERT_TRUE(job.client().awaitStarted(kAnswerMs));
 
   ScanProcess patient({store.path(), "--server", kServer}, work.file("patient.out"));
-  for (int waited = 0; waited < kAnswerMs && patient.output().find("waiting for another scan to finish") ==
-                                                 std::string::npos;
-       waited += 50) {
+  const std::string waiting = "waiting for another scan to finish";
+  for (int waited = 0; waited < kAnswerMs && patient.output().find(waiting) == std::string::npos; waited += 50) {
     std::this_thread::sleep_for(std::chrono::milliseconds(50));
   }
-  EXPECT_NE(patient.output().find("waiting for another scan to finish"), std::string::npos) << patient.output();
+  EXPECT_NE(patient.output().find(waiting), std::string::npos) << patient.output();
 
-  ASSERT_TRUE(client.requestStop(kAnswerMs));
-  std::vector<vstat::EventBuffT> seen;
-  std::string reason;
-  JobMessage msg;
-  while (client.next(msg, kJobMs) == ServerProcess::kOk) {
-    if (msg.kind == JobMessage::Progress) seen.push_back(msg.event);
-    if (msg.kind == JobMessage::Log && msg.logType == vcom::LogErr) reason = msg.text;
-  }
-  expectCleanExit(client);
+  ASSERT_TRUE(job.client().requestStop(kAnswerMs));
+  const std::vector<vstat::EventBuffT> seen = job.events();
+  job.expectCleanExit();
   ASSERT_EQ(seen.size(), 1u);
   EXPECT_EQ(seen[0].run, 0u);
   EXPECT_EQ(seen[0].done, 0u);
-  EXPECT_NE(reason.find("stopped while another job held"), std::string::npos) << reason;
+  EXPECT_NE(job.lastErrorRecord().find("stopped while another job held"), std::string::npos) << job.lastErrorRecord();
   EXPECT_TRUE(patient.running()) << patient.output();
 
   held.release();

@@ -15,12 +15,14 @@
 #include "../support/temp_dir.h"
 #include "stat/vstat_messages.h"
 #include "stat/vstat_server.h"
+#include "server_job.h"
 #include "vcom/server_process.h"
 
 using namespace vorlane;
 using vcom::Msg;
 using vcom::MsgPtr;
 using vorlane::testing::readFile;
+using vorlane::testing::ServerJob;
 
 namespace {
 
@@ -139,35 +141,25 @@ TEST(VstatServerDebug, DebugFileIsOnlyEverAPlainFileOfTheServersUser) {
   for (const Case& c : cases) {
     SCOPED_TRACE(c.name);
     const std::string errPath = dir.file(std::string("stderr ") + c.name);
-    const int savedErr = dup(2);
-    const int errFd = open(errPath.c_str(), O_WRONLY | O_CREAT | O_TRUNC, 0600);
-    ASSERT_GE(errFd, 0);
-    dup2(errFd, 2);
-    close(errFd);
-    setenv("VSTAT_DEBUG", c.path.c_str(), 1);
-    vcom::ServerProcess server;
-    const bool started = server.start(VSTAT_BIN_DIR "/vstatserver");
-    unsetenv("VSTAT_DEBUG");
-    dup2(savedErr, 2);
-    close(savedErr);
-    ASSERT_TRUE(started) << server.lastError();
-    const uint32_t seq = server.sendRequest(vcom::SetWorkDir, forged.c_str(), forged.size() + 1, 5000);
+    ServerJob server(c.path, errPath);
+    ASSERT_TRUE(server.startServer());
+    vcom::ServerProcess& process = server.client().process();
+    const uint32_t seq = process.sendRequest(vcom::SetWorkDir, forged.c_str(), forged.size() + 1, 5000);
     MsgPtr msg;
-    ASSERT_EQ(server.waitForAnswer(vcom::GenericResp, seq, msg, 5000), vcom::ServerProcess::kOk);
-    server.closeWriteEnd();
-    vcom::ChildExit how;
-    ASSERT_TRUE(server.waitExit(5000, &how));
-
-    const std::string errors = readFile(errPath);
+    ASSERT_EQ(process.waitForAnswer(vcom::GenericResp, seq, msg, 5000), vcom::ServerProcess::kOk);
+    process.closeWriteEnd();
     if (c.accepted) {
+      server.expectCleanExit();
       const std::string lines = readFile(c.path);
       EXPECT_NE(lines.find(" VStatServer started\n"), std::string::npos) << lines;
       EXPECT_NE(lines.find(" chdir to /nonexistent\\x0aforged line failed\n"), std::string::npos) << lines;
       struct stat st;
       ASSERT_EQ(0, stat(c.path.c_str(), &st));
       EXPECT_EQ(st.st_mode & 07777, 0600u);
-      EXPECT_EQ(errors, "");
     } else {
+      vcom::ChildExit how;
+      ASSERT_TRUE(process.waitExit(5000, &how));
+      const std::string errors = readFile(errPath);
       EXPECT_NE(errors.find("debug file " + c.path + " refused"), std::string::npos) << errors;
       if (c.path != cases[2].path) {
         EXPECT_EQ(readFile(c.path), "");

@@ -1,11 +1,9 @@
-#include <sstream>
 #include <string>
 #include <vector>
 
 #include <gtest/gtest.h>
 
 #include "stat/collection.h"
-#include "stat/histogram_counter.h"
 
 namespace {
 
@@ -17,29 +15,16 @@ struct Rule {
   std::vector<std::string> substrings;
 };
 
-void applyRule(Collection& c, const Rule& rule) {
-  c.name = "test";
-  c.folderType = rule.folderType;
-  c.publicType = rule.publicType;
-  c.comparison = rule.comparison;
-  c.folderNames = rule.names;
-  c.folderSubstrings = rule.substrings;
-}
-
-struct Folder {
+struct MatchCase {
+  Rule rule;
   const char* domain;
   const char* user;
   const char* folder;
   Collection::FolderType type;
+  bool matches;
 };
 
 const Collection::FolderType kMail = Collection::MailFolder;
-
-struct MatchCase {
-  Rule rule;
-  Folder folder;
-  bool matches;
-};
 
 }  // namespace
 
@@ -52,144 +37,61 @@ TEST(Collection, MatchFolderAppliesPublicTypeFolderTypeNameAndSubstringRules) {
   const Rule allOfNone{kMail, 0, Collection::AllOf, {}, {}};
   const Rule anyOfNone{kMail, 0, Collection::AnyOf, {}, {}};
   const MatchCase cases[] = {
-      {inbox, {"example.com", "alice", "inbox", kMail}, true},
-      {inbox, {"example.com", "alice", "INBOX", kMail}, true},
-      {inbox, {"example.com", "alice", "INBOX/Sub", kMail}, false},
-      {inbox, {"example.com", "alice", "INBOX ", kMail}, false},
-      {inbox, {"example.com", "alice", "INBOX", Collection::ContactsFolder}, false},
-      {inbox, {"#public", "alice", "INBOX", kMail}, false},
-      {inbox, {"example.com", "#public", "INBOX", kMail}, false},
+      {inbox, "example.com", "alice", "inbox", kMail, true},
+      {inbox, "example.com", "alice", "INBOX", kMail, true},
+      {inbox, "example.com", "alice", "INBOX/Sub", kMail, false},
+      {inbox, "example.com", "alice", "INBOX ", kMail, false},
+      {inbox, "example.com", "alice", "INBOX", Collection::ContactsFolder, false},
+      {inbox, "#public", "alice", "INBOX", kMail, false},
+      {inbox, "example.com", "#public", "INBOX", kMail, false},
       // The marker is case-sensitive: "#Public" is an ordinary user.
-      {inbox, {"example.com", "#Public", "INBOX", kMail}, true},
-      {notInboxOrSent, {"example.com", "alice", "Drafts", kMail}, true},
-      {notInboxOrSent, {"example.com", "alice", "INBOX/Sub", kMail}, true},
-      {notInboxOrSent, {"example.com", "alice", "sent items", kMail}, false},
-      {allOfNone, {"example.com", "alice", "Anything", kMail}, true},
-      {allOfNone, {"example.com", "alice", "Anything", Collection::NotesFolder}, false},
-      {anyOfNone, {"example.com", "alice", "INBOX", kMail}, false},
-      {Rule{kMail, 0, 4, {}, {}}, {"example.com", "alice", "INBOX", kMail}, false},
-      {Rule{kMail, 0, -1, {}, {}}, {"example.com", "alice", "INBOX", kMail}, false},
-      {Rule{kMail, 0, Collection::NoNameTest, {"INBOX"}, {}}, {"example.com", "alice", "Other", kMail}, true},
-      {Rule{Collection::AnyFolderType, 2, 0, {}, {}}, {"example.com", "alice", "x", Collection::JournalFolder}, true},
-      {Rule{Collection::AnyFolderType, 2, 0, {}, {}}, {"#public", "Projects", "", kMail}, true},
-      {Rule{Collection::AnyFolderType, 0, 0, {}, {}}, {"#public", "Projects", "", kMail}, false},
-      {Rule{kMail, 1, 0, {}, {}}, {"example.com", "alice", "INBOX", kMail}, false},
-      {Rule{kMail, 1, 0, {}, {}}, {"example.com", "#public", "Shared", kMail}, true},
+      {inbox, "example.com", "#Public", "INBOX", kMail, true},
+      {notInboxOrSent, "example.com", "alice", "Drafts", kMail, true},
+      {notInboxOrSent, "example.com", "alice", "INBOX/Sub", kMail, true},
+      {notInboxOrSent, "example.com", "alice", "sent items", kMail, false},
+      {allOfNone, "example.com", "alice", "Anything", kMail, true},
+      {allOfNone, "example.com", "alice", "Anything", Collection::NotesFolder, false},
+      {anyOfNone, "example.com", "alice", "INBOX", kMail, false},
+      {Rule{kMail, 0, 4, {}, {}}, "example.com", "alice", "INBOX", kMail, false},
+      {Rule{kMail, 0, -1, {}, {}}, "example.com", "alice", "INBOX", kMail, false},
+      {Rule{kMail, 0, Collection::NoNameTest, {"INBOX"}, {}}, "example.com", "alice", "Other", kMail, true},
+      {Rule{Collection::AnyFolderType, 2, 0, {}, {}}, "example.com", "alice", "x", Collection::JournalFolder, true},
+      {Rule{Collection::AnyFolderType, 2, 0, {}, {}}, "#public", "Projects", "", kMail, true},
+      {Rule{Collection::AnyFolderType, 0, 0, {}, {}}, "#public", "Projects", "", kMail, false},
+      {Rule{kMail, 1, 0, {}, {}}, "example.com", "alice", "INBOX", kMail, false},
+      {Rule{kMail, 1, 0, {}, {}}, "example.com", "#public", "Shared", kMail, true},
+      {Rule{kMail, 1, 0, {}, {}}, "#PUBLIC", "Projects", "", kMail, false},
+      {Rule{kMail, 3, 0, {}, {}}, "#public", "Projects", "", kMail, false},
       // Public folders by their marked path; a public user in another domain: the domain and the user are
       // not part of the name.
       {Rule{kMail, 1, Collection::AnyOf, {"#PUBLIC/projects/plans"}, {}},
-       {"#public", "Projects", "Plans", kMail}, true},
-      {Rule{kMail, 1, Collection::AnyOf, {"#public/Projects"}, {}}, {"#public", "Projects", "", kMail}, true},
-      {Rule{kMail, 1, Collection::AnyOf, {"#public/Plans"}, {}}, {"#public", "", "Plans", kMail}, true},
-      {Rule{kMail, 1, Collection::AnyOf, {"#public"}, {}}, {"#public", "", "", kMail}, true},
-      {Rule{kMail, 1, Collection::AnyOf, {"#public/Plans"}, {}}, {"example.com", "#public", "Plans", kMail}, true},
-      {Rule{kMail, 1, Collection::AnyOf, {"Plans"}, {}}, {"#public", "Projects", "Plans", kMail}, false},
+       "#public", "Projects", "Plans", kMail, true},
+      {Rule{kMail, 1, Collection::AnyOf, {"#public/Projects"}, {}}, "#public", "Projects", "", kMail, true},
+      {Rule{kMail, 1, Collection::AnyOf, {"#public/Plans"}, {}}, "#public", "", "Plans", kMail, true},
+      {Rule{kMail, 1, Collection::AnyOf, {"#public"}, {}}, "#public", "", "", kMail, true},
+      {Rule{kMail, 1, Collection::AnyOf, {"#public/Plans"}, {}}, "example.com", "#public", "Plans", kMail, true},
+      {Rule{kMail, 1, Collection::AnyOf, {"Plans"}, {}}, "#public", "Projects", "Plans", kMail, false},
       // Substrings.
-      {Rule{kMail, 0, Collection::AnyOf, {}, {"ARCH"}}, {"d", "u", "Old/Archive", kMail}, true},
-      {Rule{kMail, 0, Collection::AnyOf, {}, {"arch"}}, {"d", "u", "Inbox", kMail}, false},
-      {Rule{kMail, 0, Collection::AllOf, {}, {"old", "arch"}}, {"d", "u", "Old/Archive", kMail}, true},
-      {Rule{kMail, 0, Collection::AllOf, {}, {"old", "new"}}, {"d", "u", "Old/Archive", kMail}, false},
-      {Rule{kMail, 0, Collection::AllOf, {"Old/Archive"}, {"old"}}, {"d", "u", "old/archive", kMail}, true},
-      {Rule{kMail, 0, Collection::AllOf, {"Old"}, {"old"}}, {"d", "u", "Old/Archive", kMail}, false},
-      {Rule{kMail, 0, Collection::NoneOf, {}, {"spam"}}, {"d", "u", "My SPAM box", kMail}, false},
-      {Rule{kMail, 0, Collection::NoneOf, {"Drafts"}, {"spam"}}, {"d", "u", "Projects", kMail}, true},
+      {Rule{kMail, 0, Collection::AnyOf, {}, {"ARCH"}}, "d", "u", "Old/Archive", kMail, true},
+      {Rule{kMail, 0, Collection::AnyOf, {}, {"arch"}}, "d", "u", "Inbox", kMail, false},
+      {Rule{kMail, 0, Collection::AllOf, {}, {"old", "arch"}}, "d", "u", "Old/Archive", kMail, true},
+      {Rule{kMail, 0, Collection::AllOf, {}, {"old", "new"}}, "d", "u", "Old/Archive", kMail, false},
+      {Rule{kMail, 0, Collection::AllOf, {"Old/Archive"}, {"old"}}, "d", "u", "old/archive", kMail, true},
+      {Rule{kMail, 0, Collection::AllOf, {"Old"}, {"old"}}, "d", "u", "Old/Archive", kMail, false},
+      {Rule{kMail, 0, Collection::NoneOf, {}, {"spam"}}, "d", "u", "My SPAM box", kMail, false},
+      {Rule{kMail, 0, Collection::NoneOf, {"Drafts"}, {"spam"}}, "d", "u", "Projects", kMail, true},
       // A substring hit decides before the name list is looked at.
-      {Rule{kMail, 0, Collection::AnyOf, {"Nothing"}, {"proj"}}, {"d", "u", "Projects", kMail}, true},
-      {Rule{kMail, 0, Collection::AnyOf, {}, {""}}, {"d", "u", "", kMail}, true},
+      {Rule{kMail, 0, Collection::AnyOf, {"Nothing"}, {"proj"}}, "d", "u", "Projects", kMail, true},
+      {Rule{kMail, 0, Collection::AnyOf, {}, {""}}, "d", "u", "", kMail, true},
   };
   for (const MatchCase& c : cases) {
     Collection collection;
-    applyRule(collection, c.rule);
-    EXPECT_EQ(collection.matchFolder(c.folder.domain, c.folder.user, c.folder.folder, c.folder.type), c.matches)
-        << "comparison " << c.rule.comparison << ", folder " << c.folder.domain << " | " << c.folder.user << " | "
-        << c.folder.folder;
+    collection.folderType = c.rule.folderType;
+    collection.publicType = c.rule.publicType;
+    collection.comparison = c.rule.comparison;
+    collection.folderNames = c.rule.names;
+    collection.folderSubstrings = c.rule.substrings;
+    EXPECT_EQ(collection.matchFolder(c.domain, c.user, c.folder, c.type), c.matches)
+        << "comparison " << c.rule.comparison << ", folder " << c.domain << " | " << c.user << " | " << c.folder;
   }
-}
-
-TEST(Collection, MatchPublicTypeLooksOnlyAtTheMarker) {
-  struct Case {
-    int32_t publicType;
-    const char* domain;
-    const char* user;
-    bool matches;
-  };
-  const Case cases[] = {
-      {0, "example.com", "alice", true}, {0, "#public", "", false},          {0, "example.com", "#public", false},
-      {1, "example.com", "alice", false}, {1, "#public", "", true},          {1, "x", "#public", true},
-      {2, "example.com", "alice", true}, {2, "#public", "", true},           {1, "#PUBLIC", "", false},
-      {3, "#public", "", false},
-  };
-  for (const Case& c : cases) {
-    Collection collection;
-    collection.publicType = c.publicType;
-    EXPECT_EQ(collection.matchPublicType(c.domain, c.user), c.matches)
-        << "publicType " << c.publicType << " " << c.domain << " | " << c.user;
-  }
-}
-
-TEST(Collection, AddValueFeedsOnlyTheCounterOfThatType) {
-  Collection collection;
-  collection.addCounter(Counter::MessageCount, "Message count", true);
-  collection.addCounter(Counter::MessageSize, "Message size", false);
-  collection.addValue(Counter::MessageSize, 42);
-  collection.addValue(Counter::AttachmentSize, 7);
-  EXPECT_EQ(collection.getCounter(Counter::MessageCount)->getCount(), 0u);
-  EXPECT_EQ(collection.getCounter(Counter::MessageSize)->getSum(), 42u);
-  EXPECT_FALSE(collection.getCounter(Counter::AttachmentSize));
-  EXPECT_EQ(collection.getCounters().size(), 2u);
-}
-
-// Each user adds one sample, the number of its matching folders; zero included.
-TEST(Collection, PerUserCountersBecomeOneSamplePerUser) {
-  const unsigned long long limits[] = {0, 1, 2, 3};
-  Collection collection;
-  collection.addCounter(Counter::FolderCountPerUserTemporary, "Folder count per user - temporary", true);
-  collection.addHistogram(Counter::FolderCountPerUser, "Folder count per user", limits, 4);
-
-  collection.resetUserCounters();
-  collection.addValue(Counter::FolderCountPerUserTemporary, 1);
-  collection.addValue(Counter::FolderCountPerUserTemporary, 1);
-  collection.mergeUserCounters();
-  EXPECT_EQ(collection.getCounter(Counter::FolderCountPerUserTemporary)->getCount(), 0u);
-
-  collection.resetUserCounters();
-  collection.mergeUserCounters();
-
-  // Left-overs from before a reset are not carried into the next user.
-  collection.addValue(Counter::FolderCountPerUserTemporary, 1);
-  collection.resetUserCounters();
-  collection.addValue(Counter::FolderCountPerUserTemporary, 1);
-  collection.mergeUserCounters();
-
-  const Collection::CounterPtr perUser = collection.getCounter(Counter::FolderCountPerUser);
-  EXPECT_EQ(perUser->getCount(), 3u);
-  EXPECT_EQ(perUser->getSum(), 3u);
-  const std::vector<HistogramItem>& buckets = dynamic_cast<HistogramCounter&>(*perUser).getHistogramData();
-  EXPECT_EQ(buckets[0].count, 1u);
-  EXPECT_EQ(buckets[1].count, 1u);
-  EXPECT_EQ(buckets[2].count, 1u);
-}
-
-// Counters appear in type order whatever the order of adding; the temporary one never appears.
-TEST(Collection, ReportListsCountersByTypeWithoutTheTemporaryOne) {
-  Collection collection;
-  collection.name = "IPF.Note - folder INBOX";
-  collection.folderType = Collection::MailFolder;
-  collection.publicType = Collection::UserFolders;
-  collection.comparison = Collection::AnyOf;
-  collection.addCounter(Counter::FolderCountPerUserTemporary, "Folder count per user - temporary", true);
-  collection.addCounter(Counter::SignedMessageCount, "Signed message count", true);
-  collection.addCounter(Counter::MessageCount, "Message count", true);
-  collection.addValue(Counter::FolderCountPerUserTemporary, 1);
-  std::ostringstream out;
-  collection.report(out);
-  EXPECT_EQ(out.str(),
-            "<collection name='IPF.Note - folder INBOX' publicType='0' folderType='0' comparison='1'>\n"
-            "\t\t\t<counter name='Message count'>\n"
-            "\t\t\t\t<value>0</value>\n"
-            "\t\t\t</counter>\n"
-            "\t\t\t<counter name='Signed message count'>\n"
-            "\t\t\t\t<value>0</value>\n"
-            "\t\t\t</counter>\n"
-            "</collection>\n");
 }

@@ -79,25 +79,3 @@ TEST(HistogramCounter, ValuesLandInTheirInclusiveBucket) {
     EXPECT_EQ(h.getMax(), c.value);
   }
 }
-
-TEST(HistogramCounter, ResetKeepsTheBucketCounts) {
-  const unsigned long long limits[] = {10, 20};
-  HistogramCounter h("Folder count per user", limits, 2);
-  h.add(15);
-  h.add(15);
-  h.reset();
-  EXPECT_EQ(h.getCount(), 0u);
-  EXPECT_EQ(h.getSum(), 0u);
-  EXPECT_EQ(h.getMax(), 0u);
-  EXPECT_EQ(h.getHistogramData()[1].count, 2u);
-}
-
-// The limits are copied: the caller's array may go away after construction.
-TEST(HistogramCounter, LimitsAreCopied) {
-  std::vector<unsigned long long> limits = {10, 20};
-  HistogramCounter h("Message size", limits.data(), 2);
-  limits.assign(2, 0);
-  h.add(15);
-  EXPECT_EQ(h.getHistogramData()[1].max, 20u);
-  EXPECT_EQ(h.getHistogramData()[1].count, 1u);
-}

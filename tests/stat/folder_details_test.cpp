@@ -11,11 +11,13 @@
 
 #include <nlohmann/json.hpp>
 
+#include "../support/generated_store.h"
 #include "../support/temp_dir.h"
-#include "mkstore/store_generator.h"
-#include "stat/statistics_job.h"
+#include "recording_channel.h"
 #include "utils/base64.h"
 
+using vorlane::testing::counterIn;
+using vorlane::testing::RecordingChannel;
 using vorlane::testing::TempDir;
 
 namespace {
@@ -46,31 +48,15 @@ std::vector<std::string> directoryEntries(const std::string& dir) {
 TEST(FolderDetailsWriter, WritesHeaderFoldersAndEndLineInto0600File) {
   TempDir dir;
   const std::string path = dir.file("details.jsonl");
-  DetailsHeader header;
-  header.store = "/srv/store";
-  header.productVersion = "9.1";
-  header.build = 4711;
-  header.osName = "Linux";
-  header.osCode = 3;
-  header.date = 86400 + 3661;  // 1970-01-02 01:01:01 UTC
+  const DetailsHeader header{"/srv/store", "9.1", 4711, "Linux", 3, 86400 + 3661};  // 1970-01-02 01:01:01 UTC
   std::string error;
   FolderDetailsWriter writer;
   ASSERT_TRUE(writer.open(path, header, error)) << error;
   EXPECT_FALSE(std::filesystem::exists(path)) << "visible before the job ends";
 
   FolderDetails inbox = folderDetailsAt("example.com", "anna", "INBOX", Collection::MailFolder, true);
-  MessageFacts signedMessage;
-  signedMessage.size = 5000;
-  signedMessage.headerSize = 1000;
-  signedMessage.plainTextSize = 2000;
-  signedMessage.isSigned = true;
-  MessageFacts encryptedMessage;
-  encryptedMessage.size = 300;
-  encryptedMessage.headerSize = 100;
-  encryptedMessage.htmlSize = 150;
-  encryptedMessage.isEncrypted = true;
-  inbox.addMessage(signedMessage);
-  inbox.addMessage(encryptedMessage);
+  inbox.addMessage(MessageFacts{"", 5000, 1000, 2000, 0, 0, true, false});
+  inbox.addMessage(MessageFacts{"", 300, 100, 0, 150, 0, false, true});
   writer.write(inbox);
   writer.write(folderDetailsAt("example.com", "anna", "Tasks", static_cast<Collection::FolderType>(42), false));
   ASSERT_TRUE(writer.finish(true, error)) << error;
@@ -91,26 +77,6 @@ TEST(FolderDetailsWriter, WritesHeaderFoldersAndEndLineInto0600File) {
   EXPECT_EQ(lines[2]["type"], 42);
   EXPECT_EQ(lines[2]["status"], false);
   EXPECT_EQ(lines[3], nlohmann::json::parse(R"({"end":true,"folders":2,"partial":true})"));
-}
-
-TEST(FolderDetailsWriter, NamesOfAnyBytesRoundTrip) {
-  TempDir dir;
-  const std::string path = dir.file("details.jsonl");
-  const std::vector<std::string> names = {"Posteingang", "caf\xc3\xa9", "line\nbreak \"quoted\" back\\slash\t",
-                                          "latin1 caf\xe9", "\xff\xfe", "cut \xe2\x82", std::string("\x01\x1f", 2)};
-  std::string error;
-  FolderDetailsWriter writer;
-  ASSERT_TRUE(writer.open(path, DetailsHeader{}, error)) << error;
-  for (const std::string& name : names) writer.write(folderDetailsAt(name, name, name, Collection::MailFolder, true));
-  ASSERT_TRUE(writer.finish(false, error)) << error;
-
-  const std::vector<nlohmann::json> lines = readLines(path);
-  ASSERT_EQ(lines.size(), names.size() + 2);
-  for (size_t i = 0; i < names.size(); ++i) {
-    for (const char* key : {"domain", "mailbox", "folder"}) {
-      EXPECT_EQ(nameOf(lines[i + 1], key), names[i]) << key << " of line " << i + 1;
-    }
-  }
 }
 
 // The walk keeps the first folder of the public tree where a mailbox would be; the record does not.
@@ -158,97 +124,56 @@ TEST(FolderDetailsWriter, UnfinishedOrFailedFileLeavesNothingBehind) {
   EXPECT_EQ(directoryEntries(dir.path()), std::vector<std::string>{"taken"});
 }
 
-namespace {
+// A generated store with one more folder whose names are not UTF-8 and hold a line end, quotes, a
+// backslash, a control character and a cut sequence. The details leave the report as it is and their
+// folder lines add up to its totals; a stopped job ends them as partial, adding up to what it counted.
+TEST(JobDetails, FolderLinesAddUpToTheReportAndAStoppedJobEndsThemAsPartial) {
+  TempDir dir(TempDir::InMemory);
+  vorlane::mkstore::Manifest manifest;
+  ASSERT_TRUE(vorlane::testing::generateStore(dir.file("store"), 400, 5, manifest));
+  const std::string oddDomain = "caf\xc3\xa9.example", oddMailbox = "m\xfcller";
+  const std::string oddFolder = std::string("caf\xe9\n\"quoted\" back\\slash\t\x01 \xe2\x82 \xff");
+  const std::string odd = "store/mail/" + oddDomain + "/" + oddMailbox + "/" + oddFolder;
+  dir.write(odd + "/status.fld", "T0\n");
+  dir.write(odd + "/#msgs/1.eml", "Subject: x\n\nbody\n");
+  const std::string report = dir.file("report.xml"), details = dir.file("details.jsonl");
+  RecordingChannel plainChannel;
+  vorlane::testing::runJob(dir.file("store"), plainChannel, report);
+  const std::string plain = dir.read("report.xml");
+  EXPECT_FALSE(std::filesystem::exists(details));
 
-// Stops the job when the walk has entered `stopAfter` mailboxes (0: never).
-class CountingChannel : public JobChannel {
- public:
-  int sendProgressMsg(vorlane::vstat::EventBuffT& ev) override {
-    if (ev.mbox[0] != '\0' && stopAfter != 0 && ++entered == stopAfter) stopRequested = true;
-    return 0;
-  }
-  void sendErrMsg(const std::string&) override {}
-  void reportFailure(const std::string&) override {}
-
-  unsigned stopAfter = 0;
-  unsigned entered = 0;
-};
-
-// A generated store and one folder whose names are not UTF-8 and hold a newline and quotes.
-const std::string kOddMailbox = "m\xfcller";
-const std::string kOddFolder = "caf\xe9\n\"quoted\"";
-
-class JobDetails : public ::testing::Test {
- protected:
-  void SetUp() override {
-    const vorlane::mkstore::StoreOptions options{400, 5, dir.file("store"), false};
-    vorlane::mkstore::Manifest manifest;
-    std::string error;
-    ASSERT_TRUE(vorlane::mkstore::generateStore(options, manifest, error)) << error;
-    dir.write("store/mail/odd.example/" + kOddMailbox + "/" + kOddFolder + "/status.fld", "T0\n");
-    dir.write("store/mail/odd.example/" + kOddMailbox + "/" + kOddFolder + "/#msgs/1.eml", "Subject: x\n\nbody\n");
-  }
-
-  // Runs one job, with details when `details` is not empty; returns the report's text.
-  std::string run(const std::string& details, unsigned stopAfter = 0) {
-    vorlane::vstat::ProcessStoreReqBuffT request{};
-    dir.file("store").copy(request.storeDir, sizeof request.storeDir - 1);
-    CountingChannel channel;
-    channel.stopAfter = stopAfter;
-    job.reset(new StatisticsJob(request, channel, dir.file("report.xml")));
-    job->setDetailsPath(details);
-    job->run();
-    return dir.read("report.xml");
-  }
-
-  const Counter& total(Counter::Type type) const {
-    for (const Statistic::CollectionPtr& c : job->statistic().getMessageCollections()) {
-      if (c->name == "Any folder class - any folder type") return *c->getCounter(type);
-    }
-    throw std::logic_error("no totals collection");
-  }
-
-  // The folder lines add up to the report's totals of the whole store.
-  void expectSumsEqualTotals(const std::vector<nlohmann::json>& lines) {
+  for (unsigned stopAfter : {0u, 3u}) {
+    SCOPED_TRACE(stopAfter ? "stopped" : "whole store");
+    RecordingChannel channel;
+    unsigned entered = 0;
+    channel.onEvent = [&](const vorlane::vstat::EventBuffT& ev, RecordingChannel& c) {
+      if (ev.mbox[0] != '\0' && ++entered == stopAfter) c.stopRequested = true;
+    };
+    const std::unique_ptr<StatisticsJob> job =
+        vorlane::testing::runJob(dir.file("store"), channel, report, ScanSettings(), details);
+    const std::vector<nlohmann::json> lines = readLines(details);
+    ASSERT_GE(lines.size(), 3u);
+    EXPECT_EQ(lines.back()["partial"], stopAfter != 0);
+    EXPECT_EQ(lines.back()["folders"], lines.size() - 2);
     unsigned long long messages = 0, bytes = 0, largest = 0;
     for (size_t i = 1; i + 1 < lines.size(); ++i) {
       messages += lines[i]["messages"].get<unsigned long long>();
       bytes += lines[i]["bytes"].get<unsigned long long>();
       largest = std::max(largest, lines[i]["largest"].get<unsigned long long>());
     }
-    EXPECT_EQ(messages, total(Counter::MessageCount).getCount());
-    EXPECT_EQ(bytes, total(Counter::MessageSize).getSum());
-    EXPECT_EQ(largest, total(Counter::MessageSize).getMax());
+    const Counter& size = counterIn(job->statistic(), "Any folder class - any folder type", Counter::MessageSize);
+    EXPECT_EQ(messages, size.getCount());
+    EXPECT_EQ(bytes, size.getSum());
+    EXPECT_EQ(largest, size.getMax());
+    if (stopAfter != 0) continue;
+
+    EXPECT_EQ(dir.read("report.xml"), plain);
+    const auto found = std::find_if(lines.begin(), lines.end(), [&](const nlohmann::json& line) {
+      return line.contains("folder") && nameOf(line, "folder") == oddFolder;
+    });
+    ASSERT_NE(found, lines.end());
+    EXPECT_EQ(nameOf(*found, "domain"), oddDomain);
+    EXPECT_EQ(nameOf(*found, "mailbox"), oddMailbox);
+    EXPECT_EQ((*found)["messages"], 1);
   }
-
-  TempDir dir;
-  std::unique_ptr<StatisticsJob> job;
-};
-
-}  // namespace
-
-TEST_F(JobDetails, FolderLinesAddUpToTheReportAndLeaveItUnchanged) {
-  const std::string plain = run("");
-  EXPECT_FALSE(std::filesystem::exists(dir.file("details.jsonl")));
-  EXPECT_EQ(run(dir.file("details.jsonl")), plain);
-
-  const std::vector<nlohmann::json> lines = readLines(dir.file("details.jsonl"));
-  ASSERT_GT(lines.size(), 20u);
-  EXPECT_EQ(lines.back()["partial"], false);
-  expectSumsEqualTotals(lines);
-  const auto odd = std::find_if(lines.begin(), lines.end(), [](const nlohmann::json& line) {
-    return line.contains("folder") && nameOf(line, "folder") == kOddFolder;
-  });
-  ASSERT_NE(odd, lines.end());
-  EXPECT_EQ(nameOf(*odd, "mailbox"), kOddMailbox);
-  EXPECT_EQ((*odd)["messages"], 1);
-}
-
-TEST_F(JobDetails, StoppedJobEndsItsDetailsAsPartial) {
-  run(dir.file("details.jsonl"), 3);
-  const std::vector<nlohmann::json> lines = readLines(dir.file("details.jsonl"));
-  ASSERT_GE(lines.size(), 3u);
-  EXPECT_EQ(lines.back()["partial"], true);
-  EXPECT_EQ(lines.back()["folders"], lines.size() - 2);
-  expectSumsEqualTotals(lines);
 }

@@ -9,51 +9,18 @@
 
 #include <algorithm>
 #include <filesystem>
-#include <fstream>
 #include <functional>
-#include <sstream>
 #include <string>
 #include <vector>
 
+#include "../support/generated_store.h"
 #include "../support/temp_dir.h"
-#include "mkstore/store_generator.h"
-#include "stat/statistics_job.h"
+#include "recording_channel.h"
 
+using vorlane::testing::RecordingChannel;
 using vorlane::testing::TempDir;
 
 namespace {
-
-// What a requester sees of one job.
-struct Transcript {
-  std::vector<std::string> events;
-  std::vector<std::string> lines;
-  std::string report;
-};
-
-// Records everything; the test's trigger may act on each event or line as it goes out (request the
-// stop, remove files).
-class RecordingChannel : public JobChannel {
- public:
-  explicit RecordingChannel(Transcript& transcript) : transcript_(transcript) {}
-  int sendProgressMsg(vorlane::vstat::EventBuffT& ev) override {
-    std::ostringstream text;
-    text << ev.dom << '|' << ev.mbox << '|' << ev.processed << '/' << ev.mailboxes << '|' << ev.run << ev.done;
-    transcript_.events.push_back(text.str());
-    if (onEvent) onEvent(transcript_.events.size(), *this);
-    return 0;
-  }
-  void sendErrMsg(const std::string& text) override {
-    transcript_.lines.push_back(text);
-    if (onLine) onLine(transcript_.lines, *this);
-  }
-  void reportFailure(const std::string& text) override { transcript_.lines.push_back("failure: " + text); }
-
-  std::function<void(size_t count, RecordingChannel&)> onEvent;
-  std::function<void(const std::vector<std::string>& lines, RecordingChannel&)> onLine;
-
- private:
-  Transcript& transcript_;
-};
 
 std::vector<std::string> messageDirectories(const std::string& root) {
   std::vector<std::string> dirs;
@@ -67,16 +34,11 @@ std::vector<std::string> messageDirectories(const std::string& root) {
 // A generated store (the same bytes every time) with a FIFO named like a message in every third message
 // directory.
 std::string makeStore(const TempDir& dir) {
-  const vorlane::mkstore::StoreOptions options{300, 14, dir.file("store"), false};  // messages, seed
   vorlane::mkstore::Manifest manifest;
-  std::string error;
-  if (!vorlane::mkstore::generateStore(options, manifest, error)) {
-    ADD_FAILURE() << error;
-    return "";
-  }
-  const std::vector<std::string> dirs = messageDirectories(options.outDir + "/mail");
+  if (!vorlane::testing::generateStore(dir.file("store"), 300, 14, manifest)) return "";
+  const std::vector<std::string> dirs = messageDirectories(dir.file("store/mail"));
   for (size_t i = 0; i < dirs.size(); i += 3) ::mkfifo((dirs[i] + "/pipe.eml").c_str(), 0600);
-  return options.outDir;
+  return dir.file("store");
 }
 
 // Removes every second message file of every message directory: those already walked are counted, the
@@ -101,9 +63,9 @@ bool isSkippedLine(const std::string& line) { return line.find("not a regular fi
 // counted, those after it are not, whatever the parser threads had read ahead.
 Scenario stopAtSkippedFile(unsigned k) {
   return {"stop at skipped file", [k](RecordingChannel& channel, const std::string&) {
-            channel.onLine = [k](const std::vector<std::string>& lines, RecordingChannel& c) {
-              if (isSkippedLine(lines.back()) &&
-                  static_cast<unsigned>(std::count_if(lines.begin(), lines.end(), isSkippedLine)) == k) {
+            channel.onLine = [k](const std::string& line, RecordingChannel& c) {
+              if (isSkippedLine(line) &&
+                  static_cast<unsigned>(std::count_if(c.lines.begin(), c.lines.end(), isSkippedLine)) == k) {
                 c.stopRequested = true;
               }
             };
@@ -116,22 +78,20 @@ std::string withoutStorePath(std::string text, const std::string& store) {
   return text;
 }
 
+// What a requester sees of one job: its events, its lines and its report, without the store's path.
+struct Transcript {
+  std::vector<std::string> events, lines;
+  std::string report;
+};
+
 Transcript runJob(const std::string& store, unsigned threads, const Scenario& scenario, const std::string& reportPath) {
-  Transcript transcript;
-  RecordingChannel channel(transcript);
+  RecordingChannel channel;
   scenario.arm(channel, store);
-  vorlane::vstat::ProcessStoreReqBuffT request{};
-  store.copy(request.storeDir, sizeof request.storeDir - 1);
   ScanSettings settings;
   settings.threads = threads;
-  StatisticsJob job(request, channel, reportPath, settings);
-  job.run();
-  std::ifstream report(reportPath);
-  std::ostringstream bytes;
-  bytes << report.rdbuf();
-  transcript.report = withoutStorePath(bytes.str(), store);
-  for (std::string& line : transcript.lines) line = withoutStorePath(line, store);
-  return transcript;
+  vorlane::testing::runJob(store, channel, reportPath, settings);
+  for (std::string& line : channel.lines) line = withoutStorePath(line, store);
+  return {channel.events, channel.lines, withoutStorePath(vorlane::testing::readFile(reportPath), store)};
 }
 
 }  // namespace
@@ -139,17 +99,17 @@ Transcript runJob(const std::string& store, unsigned threads, const Scenario& sc
 TEST(ParallelJob, ParserThreadsChangeNothingTheRequesterSees) {
   const Scenario whole{"whole store", [](RecordingChannel&, const std::string&) {}};
   const Scenario vanishing{"files removed during the walk", [](RecordingChannel& channel, const std::string& store) {
-                             channel.onEvent = [store](size_t count, RecordingChannel&) {
-                               if (count == 4) removeEverySecondMessage(store);
+                             channel.onEvent = [store](const vorlane::vstat::EventBuffT&, RecordingChannel& c) {
+                               if (c.events.size() == 4) removeEverySecondMessage(store);
                              };
                            }};
   const Scenario stopAtMailbox{"stop at a mailbox", [](RecordingChannel& channel, const std::string&) {
-                                 channel.onEvent = [](size_t count, RecordingChannel& c) {
-                                   if (count == 5) c.stopRequested = true;
+                                 channel.onEvent = [](const vorlane::vstat::EventBuffT&, RecordingChannel& c) {
+                                   if (c.events.size() == 5) c.stopRequested = true;
                                  };
                                }};
   // One store for the scenarios that leave it as it is; a fresh one for every run that removes files.
-  TempDir shared;
+  TempDir shared(TempDir::InMemory);
   const std::string sharedStore = makeStore(shared);
   ASSERT_FALSE(sharedStore.empty());
   Transcript wholeStore;
@@ -157,7 +117,7 @@ TEST(ParallelJob, ParserThreadsChangeNothingTheRequesterSees) {
                                    stopAtSkippedFile(5), vanishing}) {
     Transcript single;
     for (unsigned threads : {1u, 2u, 8u}) {
-      TempDir own;
+      TempDir own(TempDir::InMemory);
       const std::string store = scenario.name == vanishing.name ? makeStore(own) : sharedStore;
       ASSERT_FALSE(store.empty());
       const Transcript t = runJob(store, threads, scenario, own.file("report.xml"));

@@ -1,43 +1,45 @@
 #include "stat/report_file.h"
 
-#include <dirent.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
-#include <fstream>
-#include <sstream>
+#include <filesystem>
+#include <iterator>
 
 #include <gtest/gtest.h>
 
 #include "../support/temp_dir.h"
 
+using vorlane::testing::readFile;
 using vorlane::testing::TempDir;
 
 namespace {
 
-std::string readFile(const std::string& path) {
-  std::ifstream in(path, std::ios::binary);
-  std::ostringstream text;
-  text << in.rdbuf();
-  return text.str();
+size_t entryCount(const std::string& dir) {
+  return static_cast<size_t>(std::distance(std::filesystem::directory_iterator(dir), {}));
 }
 
-int entryCount(const std::string& dir) {
-  int count = 0;
-  if (DIR* d = ::opendir(dir.c_str())) {
-    while (dirent* e = ::readdir(d)) count += e->d_name[0] != '.';
-    ::closedir(d);
-  }
-  return count;
-}
-
-TEST(ReportFile, ReplacesAnExistingFileWholeAndLeavesNoTemporary) {
+// An existing file is replaced whole; a symbolic link planted at the path is replaced, not followed.
+TEST(ReportFile, ReplacesWhatIsAtThePathWholeAndLeavesNoTemporary) {
   TempDir dir;
-  std::string path = dir.write("report.xml", "old text that is longer than the new one");
-  std::string error;
-  ASSERT_TRUE(replaceFileContents(path, "new", error)) << error;
-  EXPECT_EQ(readFile(path), "new");
-  EXPECT_EQ(entryCount(dir.path()), 1);
+  const std::string path = dir.file("report.xml");
+  const std::string target = dir.write("precious", "keep me");
+  for (bool link : {false, true}) {
+    if (link) {
+      ASSERT_EQ(::unlink(path.c_str()), 0);
+      ASSERT_EQ(::symlink(target.c_str(), path.c_str()), 0);
+    } else {
+      dir.write("report.xml", "old text that is longer than the new one");
+    }
+    std::string error;
+    ASSERT_TRUE(replaceFileContents(path, "new", error)) << error;
+    struct stat info;
+    ASSERT_EQ(::lstat(path.c_str(), &info), 0);
+    EXPECT_TRUE(S_ISREG(info.st_mode)) << "link " << link;
+    EXPECT_EQ(readFile(path), "new");
+    EXPECT_EQ(readFile(target), "keep me");
+    EXPECT_EQ(entryCount(dir.path()), 2u);
+  }
 }
 
 // Another user can see our pid: names derived from it could all be taken in advance.
@@ -48,7 +50,7 @@ TEST(ReportFile, TemporaryNamesPlantedInAdvanceDoNotBlockTheReplace) {
   std::string error;
   ASSERT_TRUE(replaceFileContents(path, "new", error)) << error;
   EXPECT_EQ(readFile(path), "new");
-  EXPECT_EQ(entryCount(dir.path()), 201);
+  EXPECT_EQ(entryCount(dir.path()), 201u);
 }
 
 TEST(ReportFile, PermissionsFollowTheUmask) {
@@ -78,7 +80,7 @@ TEST(ReportFile, FailuresNamePathAndReasonAndCleanUp) {
     EXPECT_FALSE(replaceFileContents(c.path, "x", error));
     EXPECT_NE(error.find(c.path), std::string::npos) << error;
     EXPECT_NE(error.find(c.reason), std::string::npos) << error;
-    EXPECT_EQ(entryCount(dir.path()), 1) << c.path;
+    EXPECT_EQ(entryCount(dir.path()), 1u) << c.path;
   }
 }
 

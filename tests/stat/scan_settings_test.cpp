@@ -3,54 +3,30 @@
 #include <gtest/gtest.h>
 
 #include <cstdlib>
-#include <string>
 
-namespace {
-
-// Sets or removes one variable for its scope and puts the previous state back.
-class ScopedVariable {
- public:
-  ScopedVariable(const char* name, const char* value) : name_(name) {
-    const char* old = getenv(name);
-    hadOld_ = old != nullptr;
-    if (old) old_ = old;
-    if (value) setenv(name, value, 1); else unsetenv(name);
-  }
-  ~ScopedVariable() {
-    if (hadOld_) setenv(name_, old_.c_str(), 1); else unsetenv(name_);
-  }
-
- private:
-  const char* name_;
-  std::string old_;
-  bool hadOld_;
-};
-
-}  // namespace
-
-TEST(ScanSettings, ThreadsFromTheEnvironmentOrTheCpuDefault) {
+// VSTAT_THREADS takes a whole number from 1 to 64, anything else gives the CPU default; only "1" makes
+// VSTAT_GENTLE gentle. Each case sets both variables to its value.
+TEST(ScanSettings, ThreadsAndGentleModeComeFromTheEnvironment) {
   const unsigned fallback = defaultParserThreads();
   ASSERT_GE(fallback, 1u);
   ASSERT_LE(fallback, 8u);
   struct Case {
     const char* value;
     unsigned threads;
-  };
-  for (const Case& c : {Case{nullptr, fallback}, Case{"", fallback}, Case{"1", 1}, Case{"3", 3}, Case{"64", 64},
-                        Case{"65", fallback}, Case{"0", fallback}, Case{"-2", fallback}, Case{" 2", fallback},
-                        Case{"2x", fallback}, Case{"99999999999999999999", fallback}}) {
-    ScopedVariable threads("VSTAT_THREADS", c.value);
-    EXPECT_EQ(scanSettingsFromEnvironment().threads, c.threads) << (c.value ? c.value : "(unset)");
-  }
-}
-
-TEST(ScanSettings, GentleOnlyWhenSetToOne) {
-  struct Case {
-    const char* value;
     bool gentle;
   };
-  for (const Case& c : {Case{nullptr, false}, Case{"1", true}, Case{"0", false}, Case{"yes", false}, Case{"", false}}) {
-    ScopedVariable gentle("VSTAT_GENTLE", c.value);
-    EXPECT_EQ(scanSettingsFromEnvironment().gentle, c.gentle) << (c.value ? c.value : "(unset)");
+  for (const Case& c : {Case{nullptr, fallback, false}, Case{"", fallback, false}, Case{"1", 1, true},
+                        Case{"3", 3, false}, Case{"64", 64, false}, Case{"65", fallback, false},
+                        Case{"0", fallback, false}, Case{"-2", fallback, false}, Case{" 2", fallback, false},
+                        Case{"2x", fallback, false}, Case{"yes", fallback, false},
+                        Case{"99999999999999999999", fallback, false}}) {
+    for (const char* name : {"VSTAT_THREADS", "VSTAT_GENTLE"}) {
+      if (c.value) setenv(name, c.value, 1); else unsetenv(name);
+    }
+    const ScanSettings settings = scanSettingsFromEnvironment();
+    EXPECT_EQ(settings.threads, c.threads) << (c.value ? c.value : "(unset)");
+    EXPECT_EQ(settings.gentle, c.gentle) << (c.value ? c.value : "(unset)");
   }
+  unsetenv("VSTAT_THREADS");
+  unsetenv("VSTAT_GENTLE");
 }

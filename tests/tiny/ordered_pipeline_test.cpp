@@ -13,25 +13,6 @@ using vorlane::tiny::OrderedPipeline;
 
 namespace {
 
-// Several items that must be in work at the same moment: each waits (up to 10 s) until `expected` have
-// arrived, so a pipeline that works serially makes them time out.
-class Rendezvous {
- public:
-  explicit Rendezvous(unsigned expected) : expected_(expected) {}
-  bool arriveAndWait() {
-    std::unique_lock<std::mutex> lock(mutex_);
-    ++arrived_;
-    all_.notify_all();
-    return all_.wait_for(lock, std::chrono::seconds(10), [&] { return arrived_ >= expected_; });
-  }
-
- private:
-  std::mutex mutex_;
-  std::condition_variable all_;
-  unsigned arrived_ = 0;
-  const unsigned expected_;
-};
-
 // Items take uneven times, so that with several workers later items often finish first.
 unsigned unevenSquare(unsigned i) {
   volatile unsigned sink = 0;
@@ -79,9 +60,18 @@ TEST(OrderedPipeline, ResultsComeInSubmissionOrderWithinTheWindow) {
   }
 }
 
+// Each item waits (up to 10 s) until the other has arrived: a pipeline that works serially makes them
+// time out.
 TEST(OrderedPipeline, TwoWorkersHoldTwoItemsAtOnce) {
-  Rendezvous both(2);
-  OrderedPipeline<int, bool> pipeline(2, 4, [&](const int&, bool& met) { met = both.arriveAndWait(); });
+  std::mutex mutex;
+  std::condition_variable arrival;
+  unsigned arrived = 0;
+  OrderedPipeline<int, bool> pipeline(2, 4, [&](const int&, bool& met) {
+    std::unique_lock<std::mutex> lock(mutex);
+    ++arrived;
+    arrival.notify_all();
+    met = arrival.wait_for(lock, std::chrono::seconds(10), [&] { return arrived == 2; });
+  });
   for (int i = 0; i < 2; ++i) {
     pipeline.prepare() = i;
     pipeline.publish();
