@@ -358,7 +358,8 @@ bool parseFolder(const LineFields& line, FolderDetails& folder, std::string& err
          getCount(line, kBytesKey, folder.bytes, error) && getCount(line, kLargestKey, folder.largest, error) &&
          getCount(line, kHeaderBytesKey, folder.headerBytes, error) &&
          getCount(line, kPlainBytesKey, folder.plainBytes, error) &&
-         getCount(line, kHtmlBytesKey, folder.htmlBytes, error) && getCount(line, kRtfBytesKey, folder.rtfBytes, error) &&
+         getCount(line, kHtmlBytesKey, folder.htmlBytes, error) &&
+         getCount(line, kRtfBytesKey, folder.rtfBytes, error) &&
          getCount(line, kSignedKey, folder.signedMessages, error) &&
          getCount(line, kEncryptedKey, folder.encryptedMessages, error);
 }

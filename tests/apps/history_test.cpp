@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include "../support/temp_dir.h"
+#include "details_reader.h"
 #include "history_command.h"
 #include "history_import.h"
 #include "history_section.h"
@@ -124,9 +125,10 @@ class TwoNodes : public ::testing::Test {
     db = dir.file("history.sqlite");
     std::string error;
     const Scan a1 = writeScan(dir, "a1", {folder("a.org", "ann", "INBOX", {100, 200})}, 10 * kDay);
+    // ann's folders are not all in one run: her sums gather the two.
     const Scan a2 = writeScan(dir, "a2",
-                              {folder("a.org", "ann", "INBOX", {100, 200, 4000}), folder("a.org", "ann", "Sent", {50}),
-                               folder("a.org", "bob", "INBOX", {1000})},
+                              {folder("a.org", "ann", "INBOX", {100, 200, 4000}), folder("a.org", "bob", "INBOX", {1000}),
+                               folder("a.org", "ann", "Sent", {50})},
                               20 * kDay);
     const Scan b1 = writeScan(dir, "b1", {folder("b.net", "cy", "INBOX", {3000})}, 11 * kDay);
     const Scan b2 = writeScan(dir, "b2", {folder("b.net", "cy", "INBOX", {3000, 10}), folder("#public", "News", "", {600})},
@@ -265,6 +267,68 @@ TEST_F(TwoNodes, DamagedDetailsAreRefusedWithTheirLineAndImportNothing) {
   }
 }
 
+// Folder lines in the writer's own shape are read by a direct scanner, others by the JSON parser: what a
+// line holds, or that it is refused, must not depend on which of them read it. Expected values follow
+// JSON's grammar (RFC 8259) and well-formed UTF-8 (RFC 3629).
+TEST(DetailsReader, LinesReadAsJsonHasThemWhicheverParserTakesThem) {
+  TempDir dir;
+  const Scan scan = writeScan(dir, "s", {}, kDay);
+  std::string header;
+  std::getline(std::ifstream(scan.details), header);
+  const std::string bad = ":2: not a JSON object", notCount = ":2: field \"messages\" missing or not a non-negative";
+  struct Case {
+    std::string folder;    // as JSON
+    std::string messages;  // as JSON
+    std::string extra;     // more members at the end of the object
+    std::string error;     // empty: the line is read, giving
+    std::string name;
+    unsigned long long count;
+  };
+  for (const Case& c : {
+           Case{"\"caf\xc3\xa9\"", "18446744073709551615", "", "", "caf\xc3\xa9", 18446744073709551615ULL},
+           Case{"\"a\\\"b\\u00e9\"", "0", "", "", "a\"b\xc3\xa9", 0},
+           Case{"\"INBOX\"", "7", " , \"messages\" : 5 ", "", "INBOX", 5},
+           Case{"\"INBOX\"", "7", ",\"x\":{\"messages\":5},\"y\":[1,null,-2.5e3]", "", "INBOX", 7},
+           Case{"\"INBOX\"", "01", "", bad, "", 0},
+           Case{"\"INBOX\"", "tru", "", bad, "", 0},
+           Case{"\"INBOX\"", "7", ",", bad, "", 0},
+           Case{"\"INBOX\"", "7", "}", bad, "", 0},
+           Case{"\"caf\xe9\"", "7", "", bad, "", 0},
+           Case{"\"\xc0\xaf\"", "7", "", bad, "", 0},
+           Case{"\"\xed\xa0\x80\"", "7", "", bad, "", 0},
+           Case{"\"\xf4\x90\x80\x80\"", "7", "", bad, "", 0},
+           Case{"\"tab\there\"", "7", "", bad, "", 0},
+           Case{"\"INBOX\"", "1.0", "", notCount, "", 0},
+           Case{"\"INBOX\"", "1e2", "", notCount, "", 0},
+           Case{"\"INBOX\"", "-1", "", notCount, "", 0},
+           Case{"\"INBOX\"", "18446744073709551616", "", notCount, "", 0},
+       }) {
+    std::ofstream(scan.details, std::ios::binary | std::ios::trunc)
+        << header << "\n{\"domain\":\"a.org\",\"mailbox\":\"ann\",\"folder\":" << c.folder
+        << ",\"class\":\"IPF.Note\",\"type\":0,\"public\":false,\"status\":true,\"messages\":" << c.messages
+        << ",\"bytes\":1,\"largest\":1,\"header_bytes\":0,\"plain_bytes\":0,\"html_bytes\":0,\"rtf_bytes\":0,"
+           "\"signed\":0,\"encrypted\":0"
+        << c.extra << "}\n{\"end\":true,\"folders\":1,\"partial\":false}\n";
+    DetailsCallbacks callbacks;
+    FolderDetails read;
+    callbacks.header = [](const DetailsFileHeader&, std::string&) { return true; };
+    callbacks.folder = [&](const FolderDetails& f, std::string&) {
+      read = f;
+      return true;
+    };
+    bool partial = false;
+    std::string error;
+    const bool ok = readDetailsFile(scan.details, callbacks, partial, error);
+    EXPECT_EQ(ok, c.error.empty()) << c.folder << " " << c.messages << c.extra << ": " << error;
+    if (ok) {
+      EXPECT_EQ(read.folder, c.name) << c.folder;
+      EXPECT_EQ(read.messages, c.count) << c.messages << c.extra;
+    } else {
+      EXPECT_NE(error.find(scan.details + c.error), std::string::npos) << error;
+    }
+  }
+}
+
 TEST(HistoryDb, IsPrivateRefusesNewerSchemasAndGivesUpOnALockInBoundedTime) {
   TempDir dir;
   const std::string db = dir.file("h.sqlite");
@@ -281,14 +345,84 @@ TEST(HistoryDb, IsPrivateRefusesNewerSchemasAndGivesUpOnALockInBoundedTime) {
     ASSERT_TRUE(writer.exec("BEGIN IMMEDIATE", error)) << error;
     EXPECT_FALSE(import(scan, db, "n", error, 100));
     EXPECT_NE(error.find("locked by another writer; gave up after 100 ms"), std::string::npos) << error;
-    ASSERT_TRUE(writer.exec("PRAGMA user_version = 2; COMMIT", error)) << error;
+    const std::string newer = std::to_string(kHistorySchemaVersion + 1);
+    ASSERT_TRUE(writer.exec(("PRAGMA user_version = " + newer + "; COMMIT").c_str(), error)) << error;
+    EXPECT_FALSE(import(scan, db, "n", error));
+    EXPECT_NE(error.find("schema version " + newer + ", newer"), std::string::npos) << error;
   }
-  EXPECT_FALSE(import(scan, db, "n", error));
-  EXPECT_NE(error.find("schema version 2, newer"), std::string::npos) << error;
 
   dir.write("not.sqlite", "plain text, not a database at all");
   HistoryDb other;
   EXPECT_FALSE(other.open(dir.file("not.sqlite"), true, error));
+}
+
+// The first schema kept folder rows by row id and no sums per scan; such a database is upgraded in place
+// when opened and answers as before. Its rows here: scan 1 with ann's two folders and cy's, scan 2 with
+// ann's inbox, the scans' rows interleaved as two importers may leave them.
+TEST(HistoryDb, VersionOneDatabaseIsUpgradedInPlace) {
+  TempDir dir;
+  const std::string db = dir.file("v1.sqlite");
+  sqlite3* raw = nullptr;
+  ASSERT_EQ(sqlite3_open(db.c_str(), &raw), SQLITE_OK);
+  const std::string kVersion1 = "PRAGMA application_id = " + std::to_string(kApplicationId) + R"(;
+    PRAGMA user_version = 1;
+    CREATE TABLE scan (id INTEGER PRIMARY KEY, node TEXT NOT NULL, date TEXT NOT NULL, imported TEXT NOT NULL,
+      store BLOB NOT NULL, product_version BLOB NOT NULL, build INTEGER NOT NULL, os_name BLOB NOT NULL,
+      os_code INTEGER NOT NULL, partial INTEGER NOT NULL, report_messages INTEGER NOT NULL,
+      report_bytes INTEGER NOT NULL, report_largest INTEGER NOT NULL, report_folders INTEGER NOT NULL,
+      report_domains INTEGER NOT NULL);
+    CREATE INDEX scan_by_node_date ON scan(node, date);
+    CREATE TABLE folder (scan INTEGER NOT NULL REFERENCES scan(id), domain BLOB NOT NULL, mailbox BLOB NOT NULL,
+      folder BLOB NOT NULL, type INTEGER NOT NULL, public INTEGER NOT NULL, status INTEGER NOT NULL,
+      messages INTEGER NOT NULL, bytes INTEGER NOT NULL, largest INTEGER NOT NULL, header_bytes INTEGER NOT NULL,
+      plain_bytes INTEGER NOT NULL, html_bytes INTEGER NOT NULL, rtf_bytes INTEGER NOT NULL,
+      signed INTEGER NOT NULL, encrypted INTEGER NOT NULL);
+    CREATE INDEX folder_by_scan ON folder(scan);
+    CREATE TABLE mailbox (scan INTEGER NOT NULL REFERENCES scan(id), domain BLOB NOT NULL, mailbox BLOB NOT NULL,
+      folders INTEGER NOT NULL, messages INTEGER NOT NULL, bytes INTEGER NOT NULL, largest INTEGER NOT NULL,
+      PRIMARY KEY (scan, domain, mailbox)) WITHOUT ROWID;
+    INSERT INTO scan VALUES (1, 'n', '1970-01-02T00:00:00Z', '', '', '', 0, '', 0, 0, 4, 3350, 3000, 3, 2),
+                            (2, 'n', '1970-01-03T00:00:00Z', '', '', '', 0, '', 0, 0, 3, 4300, 4000, 1, 1);
+    INSERT INTO folder VALUES (1, 'a.org', 'ann', 'INBOX', 0, 0, 1, 2, 300, 200, 0, 0, 0, 0, 0, 0),
+                              (2, 'a.org', 'ann', 'INBOX', 0, 0, 1, 3, 4300, 4000, 0, 0, 0, 0, 0, 0),
+                              (1, 'a.org', 'ann', 'Sent', 0, 0, 1, 1, 50, 50, 0, 0, 0, 0, 0, 0),
+                              (1, 'b.net', 'cy', 'INBOX', 0, 0, 1, 1, 3000, 3000, 0, 0, 0, 0, 0, 0);
+    INSERT INTO mailbox VALUES (1, 'a.org', 'ann', 2, 3, 350, 200), (1, 'b.net', 'cy', 1, 1, 3000, 3000),
+                               (2, 'a.org', 'ann', 1, 3, 4300, 4000);
+  )";
+  ASSERT_EQ(sqlite3_exec(raw, kVersion1.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(raw);
+  sqlite3_close(raw);
+
+  TopOptions top;
+  top.db = db;
+  top.level = TopLevel::Folder;
+  top.scan = 1;
+  EXPECT_EQ(names(topJson(top)), "b.net/cy/INBOX=3000 a.org/ann/INBOX=300 a.org/ann/Sent=50");
+
+  HistoryOptions options;
+  options.db = db;
+  options.format = OutputFormat::Json;
+  std::ostringstream out;
+  std::string error;
+  ASSERT_TRUE(runHistory(options, out, error)) << error;
+  const nlohmann::json h = nlohmann::json::parse(out.str());
+  ASSERT_EQ(h["scans"].size(), 2u);
+  for (size_t i = 0; i < 2; ++i) {
+    EXPECT_EQ(h["scans"][i]["bytes"], i == 0 ? 3350 : 4300);
+    EXPECT_EQ(h["scans"][i]["folders"], i == 0 ? 3 : 1);
+  }
+
+  HistoryDb upgraded;
+  ASSERT_TRUE(upgraded.open(db, false, error)) << error;
+  Statement s;
+  // Each scan's folders keep the order they were imported in.
+  ASSERT_TRUE(upgraded.prepare("SELECT (SELECT user_version FROM pragma_user_version), group_concat(f, ' ') FROM "
+                               "(SELECT seq || ':' || mailbox || '/' || folder AS f FROM folder ORDER BY scan, seq)",
+                               s, error))
+      << error;
+  ASSERT_EQ(s.step(), SQLITE_ROW);
+  EXPECT_EQ(s.integer(0), kHistorySchemaVersion);
+  EXPECT_EQ(s.bytes(1), "1:ann/INBOX 2:ann/Sent 3:cy/INBOX 1:ann/INBOX");
 }
 
 // Folder names are bytes: whatever the disk holds comes back from the database unchanged.
