@@ -324,9 +324,9 @@ bool ScanImport::addFolder(const FolderDetails& f, std::string& error) {
   Statement& s = insertFolder_;
   s.bind(1, scanId_);
   s.bind(2, scan_.folders + 1);
-  s.bindBytes(3, f.domain);
-  s.bindBytes(4, f.mailbox);
-  s.bindBytes(5, f.folder);
+  s.bindBytesInPlace(3, f.domain);
+  s.bindBytesInPlace(4, f.mailbox);
+  s.bindBytesInPlace(5, f.folder);
   s.bind(6, f.type);
   s.bind(7, f.isPublic ? 1 : 0);
   s.bind(8, f.hasStatus ? 1 : 0);

@@ -53,6 +53,10 @@ class Statement {
   // Bind by position (1-based).
   void bind(int index, long long value) { sqlite3_bind_int64(stmt_, index, value); }
   void bindBytes(int index, const std::string& bytes);
+  // Without a copy: `bytes` must stay as they are until the statement has been stepped.
+  void bindBytesInPlace(int index, const std::string& bytes) {
+    sqlite3_bind_blob64(stmt_, index, bytes.data(), bytes.size(), SQLITE_STATIC);
+  }
   void bindText(int index, const std::string& text);
   // SQLITE_ROW, SQLITE_DONE or an error code.
   int step() { return sqlite3_step(stmt_); }
