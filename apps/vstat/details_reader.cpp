@@ -77,7 +77,7 @@ class LineReader {
 
 // Every key a line may carry that this reader looks at, in the order the writer puts them.
 enum Key {
-  kFormatKey, kVersionField, kDateKey, kStoreKey, kStoreExact, kProductVersionKey, kProductVersionExact, kBuildKey,
+  kFormatKey, kVersionKey, kDateKey, kStoreKey, kStoreExact, kProductVersionKey, kProductVersionExact, kBuildKey,
   kOsNameKey, kOsNameExact, kOsCodeKey,
   kDomainKey, kDomainExact, kMailboxKey, kMailboxExact, kFolderKey, kFolderExact, kTypeKey, kPublicKey, kStatusKey,
   kMessagesKey, kBytesKey, kLargestKey, kHeaderBytesKey, kPlainBytesKey, kHtmlBytesKey, kRtfBytesKey, kSignedKey,
@@ -88,13 +88,12 @@ const std::array<std::string, kKeyCount>& keyNames() {
   static const std::array<std::string, kKeyCount> names = [] {
     const auto exact = [](const char* key) { return std::string(key) + fmt::kExactBytesSuffix; };
     return std::array<std::string, kKeyCount>{
-        fmt::kFormat,     fmt::kVersionKey,   fmt::kDate,         fmt::kStore,       exact(fmt::kStore),
-        fmt::kProductVersion, exact(fmt::kProductVersion), fmt::kBuild, fmt::kOsName, exact(fmt::kOsName),
-        fmt::kOsCode,     fmt::kDomain,       exact(fmt::kDomain), fmt::kMailbox,    exact(fmt::kMailbox),
-        fmt::kFolder,     exact(fmt::kFolder), fmt::kType,        fmt::kPublic,      fmt::kStatus,
-        fmt::kMessages,   fmt::kBytes,        fmt::kLargest,      fmt::kHeaderBytes, fmt::kPlainBytes,
-        fmt::kHtmlBytes,  fmt::kRtfBytes,     fmt::kSigned,       fmt::kEncrypted,   fmt::kEnd,
-        fmt::kFolders,    fmt::kPartial};
+        fmt::kFormat, fmt::kVersionKey, fmt::kDate, fmt::kStore, exact(fmt::kStore), fmt::kProductVersion,
+        exact(fmt::kProductVersion), fmt::kBuild, fmt::kOsName, exact(fmt::kOsName), fmt::kOsCode,
+        fmt::kDomain, exact(fmt::kDomain), fmt::kMailbox, exact(fmt::kMailbox), fmt::kFolder, exact(fmt::kFolder),
+        fmt::kType, fmt::kPublic, fmt::kStatus, fmt::kMessages, fmt::kBytes, fmt::kLargest, fmt::kHeaderBytes,
+        fmt::kPlainBytes, fmt::kHtmlBytes, fmt::kRtfBytes, fmt::kSigned, fmt::kEncrypted,
+        fmt::kEnd, fmt::kFolders, fmt::kPartial};
   }();
   return names;
 }
