@@ -4,6 +4,7 @@
 #include <sys/stat.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
@@ -13,7 +14,9 @@ namespace cli {
 
 namespace {
 
-const char* const kSchema = R"(
+// The tables, as a new database gets them. Rows of one scan are one key range in every table but
+// `scan`, so the questions about the newest scans read only those.
+const char* const kScanTable = R"(
 CREATE TABLE scan (
   id INTEGER PRIMARY KEY,
   node TEXT NOT NULL,
@@ -29,11 +32,18 @@ CREATE TABLE scan (
   report_bytes INTEGER NOT NULL,
   report_largest INTEGER NOT NULL,
   report_folders INTEGER NOT NULL,
-  report_domains INTEGER NOT NULL
+  report_domains INTEGER NOT NULL,
+  messages INTEGER NOT NULL DEFAULT 0,
+  bytes INTEGER NOT NULL DEFAULT 0,
+  folders INTEGER NOT NULL DEFAULT 0
 );
 CREATE INDEX scan_by_node_date ON scan(node, date);
+)";
+
+const char* const kFolderTable = R"(
 CREATE TABLE folder (
   scan INTEGER NOT NULL REFERENCES scan(id),
+  seq INTEGER NOT NULL,
   domain BLOB NOT NULL,
   mailbox BLOB NOT NULL,
   folder BLOB NOT NULL,
@@ -48,9 +58,12 @@ CREATE TABLE folder (
   html_bytes INTEGER NOT NULL,
   rtf_bytes INTEGER NOT NULL,
   signed INTEGER NOT NULL,
-  encrypted INTEGER NOT NULL
-);
-CREATE INDEX folder_by_scan ON folder(scan);
+  encrypted INTEGER NOT NULL,
+  PRIMARY KEY (scan, seq)
+) WITHOUT ROWID;
+)";
+
+const char* const kMailboxTable = R"(
 CREATE TABLE mailbox (
   scan INTEGER NOT NULL REFERENCES scan(id),
   domain BLOB NOT NULL,
@@ -61,6 +74,24 @@ CREATE TABLE mailbox (
   largest INTEGER NOT NULL,
   PRIMARY KEY (scan, domain, mailbox)
 ) WITHOUT ROWID;
+)";
+
+// Version 1 kept folder rows by row id with an index on the scan, and no sums in `scan`.
+const char* const kUpgradeFromVersion1 = R"(
+ALTER TABLE scan ADD COLUMN messages INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE scan ADD COLUMN bytes INTEGER NOT NULL DEFAULT 0;
+ALTER TABLE scan ADD COLUMN folders INTEGER NOT NULL DEFAULT 0;
+UPDATE scan SET (messages, bytes, folders) = (SELECT COALESCE(SUM(messages), 0), COALESCE(SUM(bytes), 0),
+  COALESCE(SUM(folders), 0) FROM mailbox WHERE mailbox.scan = scan.id);
+DROP INDEX folder_by_scan;
+ALTER TABLE folder RENAME TO folder_version1;
+)";
+
+const char* const kCopyVersion1Folders = R"(
+INSERT INTO folder SELECT scan, row_number() OVER (PARTITION BY scan ORDER BY rowid), domain, mailbox, folder,
+  type, public, status, messages, bytes, largest, header_bytes, plain_bytes, html_bytes, rtf_bytes, signed,
+  encrypted FROM folder_version1;
+DROP TABLE folder_version1;
 )";
 
 std::string nowUtc() {
@@ -135,14 +166,12 @@ bool HistoryDb::open(const std::string& path, bool create, std::string& error, i
     return false;
   }
   sqlite3_busy_timeout(db_, busyTimeoutMs);
-  // A whole scan goes in as one transaction: with the default small page cache, SQLite would spill
-  // (and sync) pages of the journal long before the commit. Sorting for the per-mailbox sums stays in memory.
   std::string ignored;
-  exec("PRAGMA cache_size = -65536; PRAGMA temp_store = MEMORY", ignored);
+  exec("PRAGMA temp_store = MEMORY", ignored);
   return checkSchema(create, error);
 }
 
-bool HistoryDb::checkSchema(bool create, std::string& error) {
+bool HistoryDb::probeSchema(SchemaState& state, std::string& error) {
   Statement probe;
   if (!prepare("SELECT (SELECT application_id FROM pragma_application_id), (SELECT user_version FROM "
                "pragma_user_version), (SELECT COUNT(*) FROM sqlite_schema)",
@@ -153,41 +182,64 @@ bool HistoryDb::checkSchema(bool create, std::string& error) {
     error = lastError();
     return false;
   }
-  const long long applicationId = probe.integer(0);
-  const long long version = probe.integer(1);
-  const long long objects = probe.integer(2);
-  probe.reset();
-  if (applicationId == 0 && version == 0 && objects == 0) {
+  state.applicationId = probe.integer(0);
+  state.version = probe.integer(1);
+  state.objects = probe.integer(2);
+  return true;
+}
+
+bool HistoryDb::changeSchema(long long fromVersion, const std::string& sql, std::string& error) {
+  if (!exec("BEGIN IMMEDIATE", error)) return false;
+  SchemaState state;
+  std::string ignored;
+  if (!probeSchema(state, error)) {
+    exec("ROLLBACK", ignored);
+    return false;
+  }
+  if (state.version == fromVersion && (fromVersion != 0 || state.objects == 0) && !exec(sql.c_str(), error)) {
+    exec("ROLLBACK", ignored);
+    return false;
+  }
+  return exec("COMMIT", error);
+}
+
+bool HistoryDb::checkSchema(bool create, std::string& error) {
+  SchemaState state;
+  if (!probeSchema(state, error)) return false;
+  const std::string setVersion = "PRAGMA user_version = " + std::to_string(kHistorySchemaVersion) + ";";
+  if (state.applicationId == 0 && state.version == 0 && state.objects == 0) {
     if (!create) {
       error = path_ + " holds no scan history (empty database)";
       return false;
     }
+    // Larger pages than the default 4 KiB: fewer of them to write and to read per scan.
+    std::string ignored;
+    exec("PRAGMA page_size = 16384", ignored);
     // Two importers may create the same new database at once: the write lock decides, the loser then
     // finds the schema in place.
-    if (!exec("BEGIN IMMEDIATE", error)) return false;
-    if (probe.step() == SQLITE_ROW && probe.integer(2) == 0) {
-      const std::string pragmas = "PRAGMA application_id = " + std::to_string(kApplicationId) +
-                                  "; PRAGMA user_version = " + std::to_string(kHistorySchemaVersion) + ";";
-      if (!exec(kSchema, error) || !exec(pragmas.c_str(), error)) {
-        exec("ROLLBACK", error);
-        return false;
-      }
-    }
-    probe.reset();
-    return exec("COMMIT", error) && checkSchema(false, error);
+    return changeSchema(0,
+                        "PRAGMA application_id = " + std::to_string(kApplicationId) + ";" + setVersion + kScanTable +
+                            kFolderTable + kMailboxTable,
+                        error) &&
+           checkSchema(false, error);
   }
-  if (applicationId != kApplicationId) {
+  if (state.applicationId != kApplicationId) {
     error = path_ + " is not a vstat history database";
     return false;
   }
-  if (version > kHistorySchemaVersion) {
-    error = path_ + " has history schema version " + std::to_string(version) + ", newer than the version " +
+  if (state.version > kHistorySchemaVersion) {
+    error = path_ + " has history schema version " + std::to_string(state.version) + ", newer than the version " +
             std::to_string(kHistorySchemaVersion) + " this vstat knows; use a newer vstat";
     return false;
   }
-  if (version < 1) {
+  if (state.version < 1) {
     error = path_ + " has no history schema version; it is damaged";
     return false;
+  }
+  if (state.version == 1) {
+    return changeSchema(1, std::string(kUpgradeFromVersion1) + kFolderTable + kCopyVersion1Folders + setVersion,
+                        error) &&
+           checkSchema(false, error);
   }
   return true;
 }
@@ -214,16 +266,25 @@ std::string HistoryDb::lastError() const {
   return "history database " + path_ + ": " + sqlite3_errmsg(db_);
 }
 
+bool ScanImport::Sums::add(const Sums& more) {
+  largest = folders == 0 ? more.largest : std::max(largest, more.largest);
+  return !__builtin_add_overflow(folders, more.folders, &folders) &&
+         !__builtin_add_overflow(messages, more.messages, &messages) &&
+         !__builtin_add_overflow(bytes, more.bytes, &bytes);
+}
+
 ScanImport::~ScanImport() {
   if (open_) {
     std::string ignored;
-    insertFolder_.finalize();
     db_.exec("ROLLBACK", ignored);
   }
 }
 
 bool ScanImport::begin(const ScanHeader& h, std::string& error) {
-  if (!db_.exec("BEGIN IMMEDIATE", error)) return false;
+  // A whole scan goes in as one transaction: with the default small page cache, SQLite would spill
+  // (and sync) pages of the journal long before the commit. Readers keep the small cache: filling a
+  // large one costs them more than it saves.
+  if (!db_.exec("PRAGMA cache_size = -65536; BEGIN IMMEDIATE", error)) return false;
   open_ = true;
   Statement insert;
   if (!db_.prepare("INSERT INTO scan (node, date, imported, store, product_version, build, os_name, os_code, "
@@ -250,28 +311,59 @@ bool ScanImport::begin(const ScanHeader& h, std::string& error) {
     return false;
   }
   scanId_ = sqlite3_last_insert_rowid(db_.handle());
-  return db_.prepare("INSERT INTO folder VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)", insertFolder_,
-                     error);
+  return db_.prepare("INSERT INTO folder VALUES (?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?, ?)", insertFolder_,
+                     error) &&
+         db_.prepare("SELECT folders, messages, bytes, largest FROM mailbox WHERE scan = ? AND domain = ? AND "
+                     "mailbox = ?",
+                     findMailbox_, error) &&
+         db_.prepare("INSERT INTO mailbox VALUES (?, ?, ?, ?, ?, ?, ?) ON CONFLICT DO NOTHING", addMailbox_, error) &&
+         db_.prepare("INSERT OR REPLACE INTO mailbox VALUES (?, ?, ?, ?, ?, ?, ?)", replaceMailbox_, error);
 }
 
 bool ScanImport::addFolder(const FolderDetails& f, std::string& error) {
   Statement& s = insertFolder_;
   s.bind(1, scanId_);
-  s.bindBytes(2, f.domain);
-  s.bindBytes(3, f.mailbox);
-  s.bindBytes(4, f.folder);
-  s.bind(5, f.type);
-  s.bind(6, f.isPublic ? 1 : 0);
-  s.bind(7, f.hasStatus ? 1 : 0);
-  s.bind(8, asInteger(f.messages));
-  s.bind(9, asInteger(f.bytes));
-  s.bind(10, asInteger(f.largest));
-  s.bind(11, asInteger(f.headerBytes));
-  s.bind(12, asInteger(f.plainBytes));
-  s.bind(13, asInteger(f.htmlBytes));
-  s.bind(14, asInteger(f.rtfBytes));
-  s.bind(15, asInteger(f.signedMessages));
-  s.bind(16, asInteger(f.encryptedMessages));
+  s.bind(2, scan_.folders + 1);
+  s.bindBytesInPlace(3, f.domain);
+  s.bindBytesInPlace(4, f.mailbox);
+  s.bindBytesInPlace(5, f.folder);
+  s.bind(6, f.type);
+  s.bind(7, f.isPublic ? 1 : 0);
+  s.bind(8, f.hasStatus ? 1 : 0);
+  s.bind(9, asInteger(f.messages));
+  s.bind(10, asInteger(f.bytes));
+  s.bind(11, asInteger(f.largest));
+  s.bind(12, asInteger(f.headerBytes));
+  s.bind(13, asInteger(f.plainBytes));
+  s.bind(14, asInteger(f.htmlBytes));
+  s.bind(15, asInteger(f.rtfBytes));
+  s.bind(16, asInteger(f.signedMessages));
+  s.bind(17, asInteger(f.encryptedMessages));
+  const int result = s.step();
+  s.reset();
+  if (result != SQLITE_DONE) {
+    error = db_.lastError();
+    return false;
+  }
+  const bool sameMailbox = scan_.folders > 0 && f.mailbox == mailbox_ && f.domain == domain_;
+  if (scan_.folders > 0 && !sameMailbox && !storeMailbox(error)) return false;
+  if (!sameMailbox) {
+    domain_ = f.domain;
+    mailbox_ = f.mailbox;
+    mailboxSums_ = Sums();
+  }
+  const Sums one{1, asInteger(f.messages), asInteger(f.bytes), asInteger(f.largest)};
+  return (mailboxSums_.add(one) && scan_.add(one)) || overflow(error);
+}
+
+bool ScanImport::writeMailbox(Statement& s, std::string& error) {
+  s.bind(1, scanId_);
+  s.bindBytes(2, domain_);
+  s.bindBytes(3, mailbox_);
+  s.bind(4, mailboxSums_.folders);
+  s.bind(5, mailboxSums_.messages);
+  s.bind(6, mailboxSums_.bytes);
+  s.bind(7, mailboxSums_.largest);
   const int result = s.step();
   s.reset();
   if (result == SQLITE_DONE) return true;
@@ -279,24 +371,40 @@ bool ScanImport::addFolder(const FolderDetails& f, std::string& error) {
   return false;
 }
 
-bool ScanImport::commit(bool partial, long long& scanId, std::string& error) {
-  insertFolder_.finalize();
-  Statement finish;
-  if (!db_.prepare("UPDATE scan SET partial = ? WHERE id = ?", finish, error)) return false;
-  finish.bind(1, partial ? 1 : 0);
-  finish.bind(2, scanId_);
-  if (finish.step() != SQLITE_DONE) {
+bool ScanImport::storeMailbox(std::string& error) {
+  if (!writeMailbox(addMailbox_, error)) return false;
+  if (sqlite3_changes(db_.handle()) > 0) return true;
+  // The mailbox came back after other mailboxes' folders: what is stored for it joins the sums.
+  findMailbox_.bind(1, scanId_);
+  findMailbox_.bindBytes(2, domain_);
+  findMailbox_.bindBytes(3, mailbox_);
+  const int found = findMailbox_.step();
+  const Sums stored{findMailbox_.integer(0), findMailbox_.integer(1), findMailbox_.integer(2), findMailbox_.integer(3)};
+  findMailbox_.reset();
+  if (found != SQLITE_ROW) {
     error = db_.lastError();
     return false;
   }
-  Statement sums;
-  if (!db_.prepare("INSERT INTO mailbox SELECT scan, domain, mailbox, COUNT(*), SUM(messages), SUM(bytes), "
-                   "MAX(largest) FROM folder WHERE scan = ? GROUP BY domain, mailbox",
-                   sums, error)) {
+  return (mailboxSums_.add(stored) || overflow(error)) && writeMailbox(replaceMailbox_, error);
+}
+
+bool ScanImport::overflow(std::string& error) const {
+  error = "history database " + db_.path() + ": integer overflow in the per-mailbox or per-scan sums";
+  return false;
+}
+
+bool ScanImport::commit(bool partial, long long& scanId, std::string& error) {
+  if (scan_.folders > 0 && !storeMailbox(error)) return false;
+  Statement finish;
+  if (!db_.prepare("UPDATE scan SET partial = ?, messages = ?, bytes = ?, folders = ? WHERE id = ?", finish, error)) {
     return false;
   }
-  sums.bind(1, scanId_);
-  if (sums.step() != SQLITE_DONE) {
+  finish.bind(1, partial ? 1 : 0);
+  finish.bind(2, scan_.messages);
+  finish.bind(3, scan_.bytes);
+  finish.bind(4, scan_.folders);
+  finish.bind(5, scanId_);
+  if (finish.step() != SQLITE_DONE) {
     error = db_.lastError();
     return false;
   }

@@ -104,12 +104,17 @@ bool queryTop(HistoryDb& db, const std::vector<ScanRef>& scans, TopLevel level, 
 bool queryScanTotals(HistoryDb& db, const std::string& node, const NameFilter& filter, std::vector<ScanTotals>& rows,
                      std::string& error) {
   rows.clear();
-  const std::string sql =
-      std::string("SELECT s.id, s.node, s.date, s.partial, s.report_messages, s.report_bytes, "
-                  "(SELECT COALESCE(SUM(messages), 0) FROM mailbox WHERE scan = s.id") +
-      filterClause(filter) + "), (SELECT COALESCE(SUM(bytes), 0) FROM mailbox WHERE scan = s.id" + filterClause(filter) +
-      "), (SELECT COALESCE(SUM(folders), 0) FROM mailbox WHERE scan = s.id" + filterClause(filter) +
-      ") FROM scan s WHERE (?1 = '' OR s.node = ?1) ORDER BY s.date, s.id";
+  // The whole store's sums are kept with each scan; a domain's or mailbox's come from its mailbox rows.
+  std::string sums = "s.messages, s.bytes, s.folders";
+  if (*filterClause(filter)) {
+    sums.clear();
+    for (const char* column : {"messages", "bytes", "folders"}) {
+      sums += std::string(sums.empty() ? "" : ", ") + "(SELECT COALESCE(SUM(" + column +
+              "), 0) FROM mailbox WHERE scan = s.id" + filterClause(filter) + ")";
+    }
+  }
+  const std::string sql = "SELECT s.id, s.node, s.date, s.partial, s.report_messages, s.report_bytes, " + sums +
+                          " FROM scan s WHERE (?1 = '' OR s.node = ?1) ORDER BY s.date, s.id";
   Statement s;
   if (!db.prepare(sql.c_str(), s, error)) return false;
   s.bindText(1, node);

@@ -13,6 +13,7 @@
 #include <nlohmann/json.hpp>
 
 #include "../support/temp_dir.h"
+#include "details_reader.h"
 #include "history_command.h"
 #include "history_import.h"
 #include "history_section.h"
@@ -95,12 +96,26 @@ long long countRows(const std::string& db, const char* table) {
   return s.step() == SQLITE_ROW ? s.integer(0) : -1;
 }
 
-nlohmann::json topJson(TopOptions options) {
+// What `vstat top` or `vstat history` writes with --format json.
+template <typename Options>
+nlohmann::json commandJson(bool (*run)(const Options&, std::ostream&, std::string&), Options options) {
   options.format = OutputFormat::Json;
   std::ostringstream out;
   std::string error;
-  EXPECT_TRUE(runTop(options, out, error)) << error;
+  EXPECT_TRUE(run(options, out, error)) << error;
   return nlohmann::json::parse(out.str(), nullptr, false);
+}
+
+nlohmann::json topJson(const TopOptions& options) { return commandJson(runTop, options); }
+nlohmann::json historyJson(const HistoryOptions& options) { return commandJson(runHistory, options); }
+
+// "node:bytes " for every scan of a history.
+std::string scanBytes(const nlohmann::json& history) {
+  std::string list;
+  for (const auto& s : history["scans"]) {
+    list += s["node"].get<std::string>() + ":" + std::to_string(s["bytes"].get<long long>()) + " ";
+  }
+  return list;
 }
 
 std::string names(const nlohmann::json& top) {
@@ -124,9 +139,10 @@ class TwoNodes : public ::testing::Test {
     db = dir.file("history.sqlite");
     std::string error;
     const Scan a1 = writeScan(dir, "a1", {folder("a.org", "ann", "INBOX", {100, 200})}, 10 * kDay);
+    // ann's folders are not all in one run: her sums gather the two.
     const Scan a2 = writeScan(dir, "a2",
-                              {folder("a.org", "ann", "INBOX", {100, 200, 4000}), folder("a.org", "ann", "Sent", {50}),
-                               folder("a.org", "bob", "INBOX", {1000})},
+                              {folder("a.org", "ann", "INBOX", {100, 200, 4000}), folder("a.org", "bob", "INBOX", {1000}),
+                               folder("a.org", "ann", "Sent", {50})},
                               20 * kDay);
     const Scan b1 = writeScan(dir, "b1", {folder("b.net", "cy", "INBOX", {3000})}, 11 * kDay);
     const Scan b2 = writeScan(dir, "b2", {folder("b.net", "cy", "INBOX", {3000, 10}), folder("#public", "News", "", {600})},
@@ -171,14 +187,8 @@ TEST_F(TwoNodes, TopRanksTheNewestScanOfEveryNodeAtEachLevel) {
 TEST_F(TwoNodes, HistoryShowsEveryScanAndWhoGrewSinceTheScanBefore) {
   HistoryOptions options;
   options.db = db;
-  options.format = OutputFormat::Json;
-  std::ostringstream out;
-  std::string error;
-  ASSERT_TRUE(runHistory(options, out, error)) << error;
-  const nlohmann::json h = nlohmann::json::parse(out.str());
-  std::string scans;
-  for (const auto& s : h["scans"]) scans += s["node"].get<std::string>() + ":" + std::to_string(s["bytes"].get<long long>()) + " ";
-  EXPECT_EQ(scans, "mx-a:300 mx-b:3000 mx-a:5350 mx-b:3610 ");
+  const nlohmann::json h = historyJson(options);
+  EXPECT_EQ(scanBytes(h), "mx-a:300 mx-b:3000 mx-a:5350 mx-b:3610 ");
   std::string growth;
   for (const auto& m : h["growth"]["mailboxes"]) {
     growth += m["domain"].get<std::string>() + "/" + m["mailbox"].get<std::string>() + ":" +
@@ -187,6 +197,7 @@ TEST_F(TwoNodes, HistoryShowsEveryScanAndWhoGrewSinceTheScanBefore) {
   EXPECT_EQ(growth, "a.org/ann:4050 a.org/bob:1000 #public/:600 b.net/cy:10 ");
 
   // Before every scan, each node's oldest scan is the base; after them all, there is nothing to compare.
+  // Only a.org's mailboxes count, in the totals too.
   struct Case {
     const char* since;
     std::string growth;
@@ -194,10 +205,9 @@ TEST_F(TwoNodes, HistoryShowsEveryScanAndWhoGrewSinceTheScanBefore) {
   for (const Case& c : {Case{"1970-01-05", "ann:4050 bob:1000 "}, Case{"1970-12-31", ""}}) {
     options.filter.domain = "a.org";
     options.since = c.since;
-    std::ostringstream filtered;
-    ASSERT_TRUE(runHistory(options, filtered, error)) << error;
+    const nlohmann::json result = historyJson(options);
+    EXPECT_EQ(scanBytes(result), "mx-a:300 mx-b:0 mx-a:5350 mx-b:0 ");
     growth.clear();
-    const nlohmann::json result = nlohmann::json::parse(filtered.str());
     for (const auto& m : result["growth"]["mailboxes"]) {
       growth += m["mailbox"].get<std::string>() + ":" +
                 std::to_string(m["bytes_now"].get<long long>() - m["bytes_before"].get<long long>()) + " ";
@@ -265,6 +275,67 @@ TEST_F(TwoNodes, DamagedDetailsAreRefusedWithTheirLineAndImportNothing) {
   }
 }
 
+// Folder lines in the writer's own shape are read by a direct scanner, others by the JSON parser: what a
+// line holds, or that it is refused, must not depend on which of them read it. Expected values follow
+// JSON's grammar (RFC 8259) and well-formed UTF-8 (RFC 3629).
+TEST(DetailsReader, LinesReadAsJsonHasThemWhicheverParserTakesThem) {
+  TempDir dir;
+  const Scan scan = writeScan(dir, "s", {}, kDay);
+  std::string header;
+  std::getline(std::ifstream(scan.details), header);
+  // One folder line whose folder and messages members are `members`; true when the file is read.
+  auto readLine = [&](const std::string& members, FolderDetails& read, std::string& error) {
+    std::ofstream(scan.details, std::ios::binary | std::ios::trunc)
+        << header << "\n{\"domain\":\"a.org\",\"mailbox\":\"ann\"," << members
+        << ",\"class\":\"IPF.Note\",\"type\":0,\"public\":false,\"status\":true,\"bytes\":1,\"largest\":1,"
+           "\"header_bytes\":0,\"plain_bytes\":0,\"html_bytes\":0,\"rtf_bytes\":0,\"signed\":0,\"encrypted\":0}\n"
+           "{\"end\":true,\"folders\":1,\"partial\":false}\n";
+    DetailsCallbacks callbacks;
+    callbacks.header = [](const DetailsFileHeader&, std::string&) { return true; };
+    callbacks.folder = [&](const FolderDetails& f, std::string&) {
+      read = f;
+      return true;
+    };
+    bool partial = false;
+    return readDetailsFile(scan.details, callbacks, partial, error);
+  };
+  struct Read {
+    std::string members;
+    std::string folder;
+    unsigned long long messages;
+  };
+  for (const Read& c : {
+           Read{"\"folder\":\"caf\xc3\xa9\",\"messages\":18446744073709551615", "caf\xc3\xa9", 18446744073709551615ULL},
+           Read{"\"folder\":\"a\\\"b\\u00e9\",\"messages\":0", "a\"b\xc3\xa9", 0},
+           Read{" \"folder\" : \"INBOX\" , \"messages\" : 7 ,\"messages\":5", "INBOX", 5},
+           Read{"\"folder\":\"INBOX\",\"x\":{\"messages\":5},\"y\":[1,null,-2.5e3],\"messages\":7", "INBOX", 7},
+       }) {
+    FolderDetails read;
+    std::string error;
+    ASSERT_TRUE(readLine(c.members, read, error)) << c.members << ": " << error;
+    EXPECT_EQ(read.folder, c.folder) << c.members;
+    EXPECT_EQ(read.messages, c.messages) << c.members;
+  }
+  const std::pair<const char*, std::vector<std::string>> refused[] = {
+      {":2: not a JSON object",
+       {"\"folder\":\"INBOX\",\"messages\":01", "\"folder\":\"INBOX\",\"messages\":tru", "\"folder\":\"INBOX\",\"messages\":7,",
+        "\"folder\":\"INBOX\",\"messages\":7}", "\"folder\":\"caf\xe9\",\"messages\":7", "\"folder\":\"\xc0\xaf\",\"messages\":7",
+        "\"folder\":\"\xed\xa0\x80\",\"messages\":7", "\"folder\":\"\xf4\x90\x80\x80\",\"messages\":7",
+        "\"folder\":\"tab\there\",\"messages\":7"}},
+      {":2: field \"messages\" missing or not a non-negative integer",
+       {"\"folder\":\"INBOX\",\"messages\":1.0", "\"folder\":\"INBOX\",\"messages\":1e2", "\"folder\":\"INBOX\",\"messages\":-1",
+        "\"folder\":\"INBOX\",\"messages\":18446744073709551616"}},
+  };
+  for (const auto& reason : refused) {
+    for (const std::string& members : reason.second) {
+      FolderDetails read;
+      std::string error;
+      EXPECT_FALSE(readLine(members, read, error)) << members;
+      EXPECT_NE(error.find(scan.details + reason.first), std::string::npos) << members << ": " << error;
+    }
+  }
+}
+
 TEST(HistoryDb, IsPrivateRefusesNewerSchemasAndGivesUpOnALockInBoundedTime) {
   TempDir dir;
   const std::string db = dir.file("h.sqlite");
@@ -281,14 +352,78 @@ TEST(HistoryDb, IsPrivateRefusesNewerSchemasAndGivesUpOnALockInBoundedTime) {
     ASSERT_TRUE(writer.exec("BEGIN IMMEDIATE", error)) << error;
     EXPECT_FALSE(import(scan, db, "n", error, 100));
     EXPECT_NE(error.find("locked by another writer; gave up after 100 ms"), std::string::npos) << error;
-    ASSERT_TRUE(writer.exec("PRAGMA user_version = 2; COMMIT", error)) << error;
+    const std::string newer = std::to_string(kHistorySchemaVersion + 1);
+    ASSERT_TRUE(writer.exec(("PRAGMA user_version = " + newer + "; COMMIT").c_str(), error)) << error;
+    EXPECT_FALSE(import(scan, db, "n", error));
+    EXPECT_NE(error.find("schema version " + newer + ", newer"), std::string::npos) << error;
   }
-  EXPECT_FALSE(import(scan, db, "n", error));
-  EXPECT_NE(error.find("schema version 2, newer"), std::string::npos) << error;
 
   dir.write("not.sqlite", "plain text, not a database at all");
   HistoryDb other;
   EXPECT_FALSE(other.open(dir.file("not.sqlite"), true, error));
+}
+
+// The first schema kept folder rows by row id and no sums per scan; such a database is upgraded in place
+// when opened and answers as before. Its rows here: scan 1 with ann's two folders and cy's, scan 2 with
+// ann's inbox, the scans' rows interleaved as two importers may leave them.
+TEST(HistoryDb, VersionOneDatabaseIsUpgradedInPlace) {
+  TempDir dir;
+  const std::string db = dir.file("v1.sqlite");
+  sqlite3* raw = nullptr;
+  ASSERT_EQ(sqlite3_open(db.c_str(), &raw), SQLITE_OK);
+  const std::string kVersion1 = "PRAGMA application_id = " + std::to_string(kApplicationId) + R"(;
+    PRAGMA user_version = 1;
+    CREATE TABLE scan (id INTEGER PRIMARY KEY, node TEXT NOT NULL, date TEXT NOT NULL, imported TEXT NOT NULL,
+      store BLOB NOT NULL, product_version BLOB NOT NULL, build INTEGER NOT NULL, os_name BLOB NOT NULL,
+      os_code INTEGER NOT NULL, partial INTEGER NOT NULL, report_messages INTEGER NOT NULL,
+      report_bytes INTEGER NOT NULL, report_largest INTEGER NOT NULL, report_folders INTEGER NOT NULL,
+      report_domains INTEGER NOT NULL);
+    CREATE INDEX scan_by_node_date ON scan(node, date);
+    CREATE TABLE folder (scan INTEGER NOT NULL REFERENCES scan(id), domain BLOB NOT NULL, mailbox BLOB NOT NULL,
+      folder BLOB NOT NULL, type INTEGER NOT NULL, public INTEGER NOT NULL, status INTEGER NOT NULL,
+      messages INTEGER NOT NULL, bytes INTEGER NOT NULL, largest INTEGER NOT NULL, header_bytes INTEGER NOT NULL,
+      plain_bytes INTEGER NOT NULL, html_bytes INTEGER NOT NULL, rtf_bytes INTEGER NOT NULL,
+      signed INTEGER NOT NULL, encrypted INTEGER NOT NULL);
+    CREATE INDEX folder_by_scan ON folder(scan);
+    CREATE TABLE mailbox (scan INTEGER NOT NULL REFERENCES scan(id), domain BLOB NOT NULL, mailbox BLOB NOT NULL,
+      folders INTEGER NOT NULL, messages INTEGER NOT NULL, bytes INTEGER NOT NULL, largest INTEGER NOT NULL,
+      PRIMARY KEY (scan, domain, mailbox)) WITHOUT ROWID;
+    INSERT INTO scan VALUES (1, 'n', '1970-01-02T00:00:00Z', '', '', '', 0, '', 0, 0, 4, 3350, 3000, 3, 2),
+                            (2, 'n', '1970-01-03T00:00:00Z', '', '', '', 0, '', 0, 0, 3, 4300, 4000, 1, 1);
+    INSERT INTO folder VALUES (1, 'a.org', 'ann', 'INBOX', 0, 0, 1, 2, 300, 200, 0, 0, 0, 0, 0, 0),
+                              (2, 'a.org', 'ann', 'INBOX', 0, 0, 1, 3, 4300, 4000, 0, 0, 0, 0, 0, 0),
+                              (1, 'a.org', 'ann', 'Sent', 0, 0, 1, 1, 50, 50, 0, 0, 0, 0, 0, 0),
+                              (1, 'b.net', 'cy', 'INBOX', 0, 0, 1, 1, 3000, 3000, 0, 0, 0, 0, 0, 0);
+    INSERT INTO mailbox VALUES (1, 'a.org', 'ann', 2, 3, 350, 200), (1, 'b.net', 'cy', 1, 1, 3000, 3000),
+                               (2, 'a.org', 'ann', 1, 3, 4300, 4000);
+  )";
+  ASSERT_EQ(sqlite3_exec(raw, kVersion1.c_str(), nullptr, nullptr, nullptr), SQLITE_OK) << sqlite3_errmsg(raw);
+  sqlite3_close(raw);
+
+  TopOptions top;
+  top.db = db;
+  top.level = TopLevel::Folder;
+  top.scan = 1;
+  EXPECT_EQ(names(topJson(top)), "b.net/cy/INBOX=3000 a.org/ann/INBOX=300 a.org/ann/Sent=50");
+
+  HistoryOptions options;
+  options.db = db;
+  const nlohmann::json h = historyJson(options);
+  EXPECT_EQ(scanBytes(h), "n:3350 n:4300 ");
+  EXPECT_EQ(h["scans"][0]["folders"], 3);
+
+  std::string error;
+  HistoryDb upgraded;
+  ASSERT_TRUE(upgraded.open(db, false, error)) << error;
+  Statement s;
+  // Each scan's folders keep the order they were imported in.
+  ASSERT_TRUE(upgraded.prepare("SELECT (SELECT user_version FROM pragma_user_version), group_concat(f, ' ') FROM "
+                               "(SELECT seq || ':' || mailbox || '/' || folder AS f FROM folder ORDER BY scan, seq)",
+                               s, error))
+      << error;
+  ASSERT_EQ(s.step(), SQLITE_ROW);
+  EXPECT_EQ(s.integer(0), kHistorySchemaVersion);
+  EXPECT_EQ(s.bytes(1), "1:ann/INBOX 2:ann/Sent 3:cy/INBOX 1:ann/INBOX");
 }
 
 // Folder names are bytes: whatever the disk holds comes back from the database unchanged.
