@@ -128,11 +128,12 @@ TEST_F(Fault, MessagesVanishingOrShrinkingDuringTheWalkDoNotStopTheJob) {
             unlink(path);
             break;
           case 1:
-            truncate(path, static_cast<off_t>(body.size() / 3));
+          case 2: {
+            // A file removed in an earlier round cannot be cut: the truncate may fail.
+            const int cut = truncate(path, (i + round) % 4 == 1 ? static_cast<off_t>(body.size() / 3) : 0);
+            (void)cut;
             break;
-          case 2:
-            truncate(path, 0);
-            break;
+          }
           default:
             // Back again, so later rounds find files to remove and cut.
             std::ofstream(files[i]) << body;
