@@ -23,7 +23,6 @@ TEST(MailStructHeaders, DefaultsMissingContentHeaders) {
   EXPECT_TRUE(root->is("text", "plain"));
   EXPECT_STREQ(root->content_params.get("charset"), "us-ascii");
   EXPECT_STREQ(root->encoding.get(), "7bit");
-  EXPECT_EQ(root->envelope.priority, 3);
 
   auto charset = parseText("Content-Type: Text/HTML; charset=utf-8\nContent-Transfer-Encoding: quoted-printable x\n\n");
   ASSERT_TRUE(charset);

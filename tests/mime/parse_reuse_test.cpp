@@ -2,9 +2,11 @@
 // nodes from the pool gives exactly the tree of a parse with new nodes, and the pool stays bounded.
 #include <gtest/gtest.h>
 
+#include <initializer_list>
 #include <memory>
 #include <sstream>
 #include <string>
+#include <utility>
 #include <vector>
 
 #include "mime/mail_struct.h"
@@ -17,6 +19,10 @@ namespace {
 
 void dumpText(std::ostream& out, const char* label, const char* text) {
   out << label << '=' << (text != nullptr ? text : "(null)") << ';';
+}
+
+void dumpTexts(std::ostream& out, std::initializer_list<std::pair<const char*, const char*>> fields) {
+  for (const auto& f : fields) dumpText(out, f.first, f.second);
 }
 
 void dumpParams(std::ostream& out, const char* label, const mail_attr_list& params) {
@@ -34,32 +40,23 @@ void dump(std::ostream& out, const mail_struct* node) {
   for (; node != nullptr; node = node->next_sibling) {
     out << "{";
     dumpCounts(out, *node);
-    dumpText(out, "type", node->content_type.get());
-    dumpText(out, "subtype", node->content_subtype.get());
+    dumpTexts(out, {{"type", node->content_type.get()}, {"subtype", node->content_subtype.get()},
+                    {"encoding", node->encoding.get()}, {"id", node->content_id.get()},
+                    {"description", node->content_description.get()}, {"md5", node->content_md5.get()},
+                    {"location", node->content_location.get()}, {"class", node->content_class.get()},
+                    {"disposition", node->disposition.get()}});
     dumpParams(out, "params", node->content_params);
-    dumpText(out, "encoding", node->encoding.get());
-    dumpText(out, "id", node->content_id.get());
-    dumpText(out, "description", node->content_description.get());
-    dumpText(out, "md5", node->content_md5.get());
-    dumpText(out, "location", node->content_location.get());
-    dumpText(out, "class", node->content_class.get());
-    dumpText(out, "disposition", node->disposition.get());
     dumpParams(out, "dparams", node->disposition_params);
     out << int(node->uuencoded) << ';' << node->start_pos << ';' << node->body_pos << ';' << node->body_bytes << ';'
         << node->body_lines << ';' << node->header_pos << ';';
     const mail_struct_envelope& e = node->envelope;
     dumpCounts(out, e);
-    dumpText(out, "date", e.date.get());
-    dumpText(out, "subject", e.subject.get());
-    dumpText(out, "in-reply-to", e.in_reply_to.get());
-    dumpText(out, "message-id", e.message_id.get());
-    dumpText(out, "context", e.message_context.get());
+    dumpTexts(out, {{"date", e.date.get()}, {"subject", e.subject.get()}, {"in-reply-to", e.in_reply_to.get()},
+                    {"message-id", e.message_id.get()}, {"context", e.message_context.get()},
+                    {"newsgroups", e.newsgroups.get()}, {"dnt", e.disposition_notification_to.get()},
+                    {"etype", e.content_type.get()}, {"esubtype", e.content_subtype.get()}});
     out << e.priority << ';' << e.has_attachment << ';' << e.x_priority << ';' << e.importance << ';';
     for (const owned_str& a : e.address_text) dumpText(out, "addr", a.get());
-    dumpText(out, "newsgroups", e.newsgroups.get());
-    dumpText(out, "dnt", e.disposition_notification_to.get());
-    dumpText(out, "etype", e.content_type.get());
-    dumpText(out, "esubtype", e.content_subtype.get());
     dumpParams(out, "eparams", e.content_params);
     dump(out, node->first_child);
     out << "}";
